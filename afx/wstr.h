@@ -1,0 +1,39 @@
+// The wide-string helpers the library needs, in one place: length, compare, case-insensitive compare and
+// a bounded printf-style formatter over WCHAR (which is char16_t on Linux, where the CRT has none).
+#pragma once
+
+#include <cstdarg>
+#include <string>
+
+#include "../platform/win32.h"
+
+using WString = std::basic_string<WCHAR>;
+
+size_t WStrLen(LPCWSTR text);
+
+// Ordinal comparison: <0, 0 or >0 as text sorts before, equal to or after other.
+int WStrCmp(LPCWSTR text, LPCWSTR other);
+
+// Case-insensitive comparison as the CRT does it in the "C" locale that an MFC program runs in unless it
+// sets another: only A-Z and a-z are folded, every other unit compares by value.
+int WStrICmp(LPCWSTR text, LPCWSTR other);
+WCHAR WCharToUpper(WCHAR unit);
+WCHAR WCharToLower(WCHAR unit);
+
+// printf-style formatting with the specifiers the library uses: %s (WCHAR string), %c (WCHAR), %d, %i,
+// %u, %x, %X, %ld, %lu, %lld, %llu, %I64d, %I64u, %I64x, %%, the flags '-' and '0', a width, and a
+// precision for strings. An unknown specifier is copied as it stands.
+WString WStrFormatV(LPCWSTR format, va_list args);
+WString WStrFormat(LPCWSTR format, ...);
+
+// Bounded form: writes at most capacity units including the terminating NUL and fails (returns -1,
+// leaving an empty string) when the result does not fit, so a fixed buffer is never overrun.
+int WStrFormatBuffer(LPWSTR buffer, size_t capacity, LPCWSTR format, ...);
+
+// Copies text into a fixed buffer; false (buffer left empty) when it does not fit with its NUL.
+bool WStrCopy(LPWSTR buffer, size_t capacity, LPCWSTR text);
+
+// UTF-8 <-> UTF-16, for hosts and tests that meet byte strings (terminals, file names on Linux).
+WString WStrFromUtf8(const std::string& text);
+std::string WStrToUtf8(const WString& text);
+std::string WStrToUtf8(LPCWSTR text);

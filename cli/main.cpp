@@ -1,0 +1,104 @@
+// velmora: the command-line host of the library. Global options, then a subcommand and its arguments.
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <unistd.h>
+
+#include "../platform/linux/host.h"
+#include "command.h"
+
+namespace cli {
+
+namespace {
+
+std::vector<Command>& Registry() {
+    static std::vector<Command> commands;
+    return commands;
+}
+
+void PrintHelp() {
+    std::printf(
+        "usage: velmora [--map X=DIR]... COMMAND [ARGS]\n"
+        "\n"
+        "File, folder and volume operations of the Velmora library, run over its Linux platform.\n"
+        "Paths may be host paths (/tmp/x) or Windows paths (C:\\tmp\\x); C: is the host root.\n"
+        "\n"
+        "options:\n"
+        "  --map X=DIR   make drive X: the host folder DIR\n"
+        "  --help        show this text; COMMAND --help shows a command's own\n"
+        "\n"
+        "commands:\n");
+    for (const Command& command : Commands()) std::printf("  %-10s %s\n", command.name, command.summary);
+}
+
+bool IsWindowsPath(const std::string& text) {
+    if (text.size() >= 2 && std::isalpha(static_cast<unsigned char>(text[0])) && text[1] == ':') return true;
+    return text.find('\\') != std::string::npos;
+}
+
+}  // namespace
+
+CommandRegistration::CommandRegistration(const Command& command) { Registry().push_back(command); }
+
+const std::vector<Command>& Commands() { return Registry(); }
+
+CString LibraryPath(const std::string& argument) {
+    if (IsWindowsPath(argument)) return CString(WStrFromUtf8(argument).c_str());
+    WString path = vlx::HostToWin32Path(argument);
+    // Keep a trailing separator the user typed: it means "this folder" to several commands.
+    if (argument.size() > 1 && argument.back() == '/' && path.back() != '\\') path += _T('\\');
+    return CString(path.c_str());
+}
+
+std::string Printable(LPCWSTR text) { return WStrToUtf8(text); }
+
+int Fail(const Command& command, const std::string& message, int code) {
+    std::fprintf(stderr, "velmora %s: %s\n", command.name, message.c_str());
+    return code;
+}
+
+int UsageError(const Command& command, const std::string& message) {
+    std::fprintf(stderr, "velmora %s: %s\nusage: velmora %s\n", command.name, message.c_str(), command.usage);
+    return kExitUsage;
+}
+
+}  // namespace cli
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    size_t at = 0;
+    for (; at < args.size(); ++at) {
+        const std::string& arg = args[at];
+        if (arg == "--help" || arg == "-h") {
+            cli::PrintHelp();
+            return cli::kExitOk;
+        }
+        if (arg == "--map" && at + 1 < args.size()) {
+            const std::string mapping = args[++at];
+            if (mapping.size() < 3 || mapping[1] != '=' || !vlx::MapDrive(static_cast<WCHAR>(mapping[0]), mapping.substr(2))) {
+                std::fprintf(stderr, "velmora: cannot map '%s': give a letter and an existing folder, as T=/tmp/data\n",
+                             mapping.c_str());
+                return cli::kExitUsage;
+            }
+            continue;
+        }
+        break;
+    }
+    if (at >= args.size()) {
+        cli::PrintHelp();
+        return cli::kExitUsage;
+    }
+    for (const cli::Command& command : cli::Commands()) {
+        if (args[at] != command.name) continue;
+        std::vector<std::string> rest(args.begin() + static_cast<std::ptrdiff_t>(at) + 1, args.end());
+        for (const std::string& arg : rest) {
+            if (arg == "--help" || arg == "-h") {
+                std::printf("usage: velmora %s\n", command.usage);
+                return cli::kExitOk;
+            }
+        }
+        return command.run(rest);
+    }
+    std::fprintf(stderr, "velmora: unknown command '%s' (velmora --help lists them)\n", args[at].c_str());
+    return cli::kExitUsage;
+}

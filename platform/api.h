@@ -1,0 +1,80 @@
+// The table of every platform operation the library uses, with the Win32 names and signatures.
+//
+// Library code calls the platform only through sys(): sys().GetFileAttributesW(path). On Windows the
+// entries are bound to the real DLL functions; on Linux to our own implementation (platform/linux).
+// Tests replace one entry at a time with ApiPatch (platform/api_patch.h) to record what the library
+// passes, to script answers and to inject failures at any step.
+//
+// Each entry says what the library relies on. Where an entry fails, it leaves the last-error code that
+// Windows leaves, and the library reads it back through GetLastError below.
+#pragma once
+
+#include "win32.h"
+
+struct Win32Api {
+    // --- Errors: the calling thread's last-error value.
+    DWORD(WINAPI* GetLastError)();
+    void(WINAPI* SetLastError)(DWORD code);
+
+    // --- Attributes. GetFileAttributesW answers INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND or
+    // ERROR_PATH_NOT_FOUND for a path that cannot be reached. SetFileAttributesW writes the whole word;
+    // the directory bit is ignored and read-only, hidden, system and archive are kept.
+    DWORD(WINAPI* GetFileAttributesW)(LPCWSTR path);
+    BOOL(WINAPI* SetFileAttributesW)(LPCWSTR path, DWORD attributes);
+
+    // --- Finding. A pattern's last component may hold * and ?; "." and ".." come first in every folder
+    // but a root. FindFirstFileW fails with ERROR_FILE_NOT_FOUND when nothing matches, ERROR_PATH_NOT_FOUND
+    // when the folder is missing; FindNextFileW fails with ERROR_NO_MORE_FILES after the last match.
+    HANDLE(WINAPI* FindFirstFileW)(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
+    BOOL(WINAPI* FindNextFileW)(HANDLE find, LPWIN32_FIND_DATAW data);
+    BOOL(WINAPI* FindClose)(HANDLE find);
+
+    // --- Hard-link names: each name as the path from the volume root without the drive letter. The length
+    // goes in as the buffer's size in characters and comes out as the name's length; a name that does not
+    // fit fails with ERROR_MORE_DATA. FindNextFileNameW ends with ERROR_HANDLE_EOF. FindClose ends it.
+    HANDLE(WINAPI* FindFirstFileNameW)(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name);
+    BOOL(WINAPI* FindNextFileNameW)(HANDLE find, LPDWORD length, PWSTR name);
+
+    // --- Files. CreateFileW enforces share modes between open handles (ERROR_SHARING_VIOLATION), refuses
+    // a folder without FILE_FLAG_BACKUP_SEMANTICS and a read-only file for writing (ERROR_ACCESS_DENIED).
+    HANDLE(WINAPI* CreateFileW)(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                DWORD disposition, DWORD flags, HANDLE templateFile);
+    BOOL(WINAPI* ReadFile)(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
+    BOOL(WINAPI* WriteFile)(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped);
+    DWORD(WINAPI* GetFileSize)(HANDLE file, LPDWORD sizeHigh);
+    BOOL(WINAPI* GetFileSizeEx)(HANDLE file, PLARGE_INTEGER size);
+    BOOL(WINAPI* SetFilePointerEx)(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method);
+    BOOL(WINAPI* SetEndOfFile)(HANDLE file);
+    BOOL(WINAPI* GetFileTime)(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written);
+    BOOL(WINAPI* SetFileTime)(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written);
+    BOOL(WINAPI* GetFileInformationByHandle)(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info);
+    BOOL(WINAPI* CloseHandle)(HANDLE object);
+    BOOL(WINAPI* DeleteFileW)(LPCWSTR path);
+
+    // --- Folders and links.
+    BOOL(WINAPI* CreateDirectoryW)(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
+    BOOL(WINAPI* RemoveDirectoryW)(LPCWSTR path);
+    BOOL(WINAPI* CreateHardLinkW)(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES security);
+    DWORD(WINAPI* GetCurrentDirectoryW)(DWORD length, LPWSTR buffer);
+    BOOL(WINAPI* SetCurrentDirectoryW)(LPCWSTR path);
+    DWORD(WINAPI* GetFullPathNameW)(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR* filePart);
+
+    // --- Device and file-system control. On a volume without compression FSCTL_SET_COMPRESSION fails with
+    // ERROR_INVALID_FUNCTION, as on FAT.
+    BOOL(WINAPI* DeviceIoControl)(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                                  LPDWORD returned, LPOVERLAPPED overlapped);
+
+    // --- Time conversion.
+    BOOL(WINAPI* FileTimeToSystemTime)(const FILETIME* fileTime, LPSYSTEMTIME systemTime);
+    BOOL(WINAPI* SystemTimeToFileTime)(const SYSTEMTIME* systemTime, LPFILETIME fileTime);
+
+    // --- shlwapi path tests. PathIsDirectoryW answers FILE_ATTRIBUTE_DIRECTORY for a folder, 0 otherwise.
+    BOOL(WINAPI* PathFileExistsW)(LPCWSTR path);
+    BOOL(WINAPI* PathIsDirectoryW)(LPCWSTR path);
+
+    // --- Threads.
+    void(WINAPI* Sleep)(DWORD milliseconds);
+};
+
+// The process's table. Tests patch entries through ApiPatch; nothing else writes to it.
+Win32Api& sys();

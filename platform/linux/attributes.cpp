@@ -1,0 +1,106 @@
+// Attribute words and time stamps of host entries. Hidden, system and archive live in the
+// user.DOSATTRIB extended attribute as "0x<hex>", the convention Samba and Wine share.
+#include <sys/xattr.h>
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "internal.h"
+
+namespace vlx {
+
+namespace {
+
+constexpr const char* kDosAttributeName = "user.DOSATTRIB";
+constexpr DWORD kStoredBits = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+constexpr LONGLONG kTicksAt1970 = 116444736000000000;
+constexpr LONGLONG kTicksPerSecond = 10000000;
+
+// The stored bits, or -1 when the entry has none stored.
+long ReadStoredBits(const std::string& hostPath) {
+    char text[64] = {};
+    const ssize_t length = lgetxattr(hostPath.c_str(), kDosAttributeName, text, sizeof text - 1);
+    if (length <= 0) return -1;
+    text[length] = 0;
+    char* end = nullptr;
+    const unsigned long value = std::strtoul(text, &end, 0);
+    if (end == text) return -1;
+    return static_cast<long>(value & kStoredBits);
+}
+
+}  // namespace
+
+FILETIME FileTimeFromTimespec(const struct timespec& time) {
+    const LONGLONG ticks = static_cast<LONGLONG>(time.tv_sec) * kTicksPerSecond + time.tv_nsec / 100 + kTicksAt1970;
+    const ULONGLONG value = ticks < 0 ? 0 : static_cast<ULONGLONG>(ticks);
+    return FILETIME{static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
+}
+
+struct timespec TimespecFromFileTime(const FILETIME& time) {
+    const LONGLONG ticks = static_cast<LONGLONG>((static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
+    LONGLONG since = ticks - kTicksAt1970;
+    LONGLONG seconds = since / kTicksPerSecond;
+    LONGLONG rest = since % kTicksPerSecond;
+    if (rest < 0) {
+        rest += kTicksPerSecond;
+        --seconds;
+    }
+    struct timespec result {};
+    result.tv_sec = static_cast<time_t>(seconds);
+    result.tv_nsec = static_cast<long>(rest * 100);
+    return result;
+}
+
+DWORD HostAttributes(const std::string& hostPath, const struct stat& status, bool isVolumeRoot) {
+    DWORD attributes = 0;
+    bool isFolder = S_ISDIR(status.st_mode);
+    if (S_ISLNK(status.st_mode)) {
+        // A link appears as a reparse point; one that leads to a folder is a folder, as a junction is.
+        attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        struct stat target {};
+        isFolder = stat(hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
+    }
+    if (isFolder) attributes |= FILE_ATTRIBUTE_DIRECTORY;
+    if (!S_ISLNK(status.st_mode) && (status.st_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
+    const long stored = ReadStoredBits(hostPath);
+    if (stored >= 0) attributes |= static_cast<DWORD>(stored);
+    else if (!isFolder) attributes |= FILE_ATTRIBUTE_ARCHIVE;  // a file nobody marked is new: to be backed up
+    if (isVolumeRoot) attributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;  // as NTFS roots report
+    return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
+}
+
+bool WriteHostAttributes(const std::string& hostPath, const struct stat& status, DWORD attributes) {
+    if (!S_ISLNK(status.st_mode)) {
+        const mode_t mode = (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? (status.st_mode & ~S_IWUSR) : (status.st_mode | S_IWUSR);
+        if ((mode & 07777) != (status.st_mode & 07777) && chmod(hostPath.c_str(), mode & 07777) != 0)
+            return Fail(Win32ErrorFromErrno(errno), false);
+    }
+    char text[32];
+    const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(attributes & kStoredBits));
+    if (lsetxattr(hostPath.c_str(), kDosAttributeName, text, static_cast<size_t>(length), 0) != 0) {
+        // Links cannot carry user attributes; what is asked for them beyond read-only is dropped.
+        if (S_ISLNK(status.st_mode)) return true;
+        return Fail(Win32ErrorFromErrno(errno), false);
+    }
+    return true;
+}
+
+FileTimes HostTimes(const std::string& hostPath, const struct stat& status) {
+    FileTimes times{};
+    times.accessed = FileTimeFromTimespec(status.st_atim);
+    times.written = FileTimeFromTimespec(status.st_mtim);
+    times.created = times.written;
+    struct statx extended {};
+    if (statx(AT_FDCWD, hostPath.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &extended) == 0 &&
+        (extended.stx_mask & STATX_BTIME) != 0) {
+        struct timespec birth {};
+        birth.tv_sec = extended.stx_btime.tv_sec;
+        birth.tv_nsec = extended.stx_btime.tv_nsec;
+        times.created = FileTimeFromTimespec(birth);
+    }
+    return times;
+}
+
+}  // namespace vlx

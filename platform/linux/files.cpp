@@ -1,0 +1,407 @@
+// Files, folders, attributes and links on host-folder volumes, failing with the codes Windows gives.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "file_object.h"
+#include "table.h"
+
+namespace vlx {
+
+FileObject::FileObject(int fd_, std::string hostPath_, WString win32Path_, DWORD access_, DWORD share_, bool isFolder_,
+                       bool deleteOnClose_, const struct stat& status)
+    : fd(fd_), hostPath(std::move(hostPath_)), win32Path(std::move(win32Path_)), access(access_), isFolder(isFolder_),
+      deleteOnClose(deleteOnClose_) {
+    record.device = status.st_dev;
+    record.inode = status.st_ino;
+    record.access = access_;
+    record.share = share_;
+}
+
+bool FileObject::Register() {
+    registered_ = RegisterOpen(&record);
+    return registered_;
+}
+
+FileObject::~FileObject() {
+    if (registered_) UnregisterOpen(&record);
+    if (deleteOnClose) {
+        if (isFolder) rmdir(hostPath.c_str());
+        else unlink(hostPath.c_str());
+    }
+    if (fd >= 0) close(fd);
+}
+
+namespace {
+
+constexpr DWORD kWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
+constexpr DWORD kReadRights = FILE_READ_DATA;
+
+bool IsLinkToFolder(const ResolvedPath& path) {
+    struct stat target {};
+    return S_ISLNK(path.status.st_mode) && stat(path.hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
+}
+
+bool IsFolder(const ResolvedPath& path) { return S_ISDIR(path.status.st_mode) || IsLinkToFolder(path); }
+
+DWORD AttributesOf(const ResolvedPath& path) { return HostAttributes(path.hostPath, path.status, path.isRoot()); }
+
+// The error for a missing entry: the last name is missing, so the file is not found.
+DWORD MissingError(const ResolvedPath& path) { return path.trailingSeparator ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND; }
+
+HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD flags) {
+    const int fd = open(path.hostPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return Fail(Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
+    struct stat status {};
+    fstat(fd, &status);
+    auto object = std::make_shared<FileObject>(fd, path.hostPath, path.win32Path(), access, share, true,
+                                               (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    if (!object->Register()) return INVALID_HANDLE_VALUE;
+    return InsertHandle(std::move(object));
+}
+
+}  // namespace
+
+HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition,
+                          DWORD flags, HANDLE /*templateFile*/) {
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
+    const DWORD rights = ExpandAccess(access);
+
+    if (resolved.exists && IsFolder(resolved)) {
+        if ((flags & FILE_FLAG_BACKUP_SEMANTICS) == 0) return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
+        if (disposition != OPEN_EXISTING && disposition != OPEN_ALWAYS) return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        HANDLE handle = OpenFolder(resolved, rights, share, flags);
+        if (handle != INVALID_HANDLE_VALUE) SetLastErrorCode(disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+        return handle;
+    }
+    if (resolved.trailingSeparator) return Fail(resolved.exists ? ERROR_INVALID_NAME : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+
+    int openFlags = O_CLOEXEC | O_NOFOLLOW;
+    if ((rights & kWriteRights) && (rights & kReadRights)) openFlags |= O_RDWR;
+    else if (rights & kWriteRights) openFlags |= O_WRONLY;
+    else openFlags |= O_RDONLY;
+
+    DWORD successCode = ERROR_SUCCESS;
+    bool created = false;
+    if (resolved.exists) {
+        if (S_ISLNK(resolved.status.st_mode)) openFlags &= ~O_NOFOLLOW;  // a link to a file opens its target
+        const DWORD attributes = AttributesOf(resolved);
+        if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
+        const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+        if (disposition == TRUNCATE_EXISTING && (rights & FILE_WRITE_DATA) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+        if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & (kWriteRights | DELETE)) || truncates))
+            return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        // Replacing a hidden or system file needs the same attribute asked for again.
+        if (disposition == CREATE_ALWAYS &&
+            (attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) & ~(flags & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)))
+            return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, rights | (truncates ? FILE_WRITE_DATA : 0), share))
+            return INVALID_HANDLE_VALUE;
+        if (truncates) openFlags |= O_TRUNC;
+        if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) successCode = ERROR_ALREADY_EXISTS;
+        if (truncates && (openFlags & O_ACCMODE) == O_RDONLY) openFlags = (openFlags & ~O_ACCMODE) | O_WRONLY;
+    } else {
+        if (disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) return Fail(MissingError(resolved), INVALID_HANDLE_VALUE);
+        openFlags |= O_CREAT | O_EXCL;
+        if ((openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) openFlags = (openFlags & ~O_ACCMODE) | O_RDWR;
+        created = true;
+    }
+
+    int fd = open(resolved.hostPath.c_str(), openFlags, 0666);
+    if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
+        // An open for attributes only needs no permission to read the data.
+        fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
+    }
+    if (fd < 0) return Fail(errno == ELOOP ? ERROR_CANT_RESOLVE_FILENAME : Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
+    struct stat status {};
+    fstat(fd, &status);
+    if (created) {
+        const DWORD wanted = (flags & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
+        WriteHostAttributes(resolved.hostPath, status, wanted);
+        fstat(fd, &status);
+    }
+    auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
+                                               (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    if (!object->Register()) {
+        if (created) unlink(resolved.hostPath.c_str());
+        return INVALID_HANDLE_VALUE;
+    }
+    HANDLE handle = InsertHandle(std::move(object));
+    SetLastErrorCode(successCode);
+    return handle;
+}
+
+BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    if (read != nullptr) *read = 0;
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
+    if ((object->access & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (buffer == nullptr && toRead > 0) return Fail(ERROR_NOACCESS, FALSE);
+    off_t offset = overlapped != nullptr
+                       ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset)
+                       : -1;
+    DWORD done = 0;
+    while (done < toRead) {
+        char* at = static_cast<char*>(buffer) + done;
+        const ssize_t count = offset >= 0 ? pread(object->fd, at, toRead - done, offset + done) : ::read(object->fd, at, toRead - done);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            return Fail(Win32ErrorFromErrno(errno), FALSE);
+        }
+        if (count == 0) break;
+        done += static_cast<DWORD>(count);
+    }
+    if (read != nullptr) *read = done;
+    if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
+    SetLastErrorCode(ERROR_SUCCESS);
+    return TRUE;
+}
+
+BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
+    if (written != nullptr) *written = 0;
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
+    if ((object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_NOACCESS, FALSE);
+    off_t offset = overlapped != nullptr
+                       ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset)
+                       : -1;
+    DWORD done = 0;
+    while (done < toWrite) {
+        const char* at = static_cast<const char*>(buffer) + done;
+        const ssize_t count = offset >= 0 ? pwrite(object->fd, at, toWrite - done, offset + done) : ::write(object->fd, at, toWrite - done);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            if (written != nullptr) *written = done;
+            return Fail(Win32ErrorFromErrno(errno), FALSE);
+        }
+        done += static_cast<DWORD>(count);
+    }
+    if (written != nullptr) *written = done;
+    SetLastErrorCode(ERROR_SUCCESS);
+    return TRUE;
+}
+
+BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    struct stat status {};
+    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    size->QuadPart = object->isFolder ? 0 : static_cast<LONGLONG>(status.st_size);
+    return TRUE;
+}
+
+DWORD WINAPI GetFileSize(HANDLE file, LPDWORD sizeHigh) {
+    LARGE_INTEGER size{};
+    if (!GetFileSizeEx(file, &size)) return INVALID_FILE_SIZE;
+    if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(static_cast<ULONGLONG>(size.QuadPart) >> 32);
+    // A low part that reads as INVALID_FILE_SIZE is told apart from failure by a last error of 0.
+    SetLastErrorCode(ERROR_SUCCESS);
+    return static_cast<DWORD>(size.QuadPart);
+}
+
+BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : method == FILE_END ? SEEK_END : -1;
+    if (whence < 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    const off_t position = lseek(object->fd, static_cast<off_t>(distance.QuadPart), whence);
+    if (position < 0) return Fail(errno == EINVAL ? ERROR_NEGATIVE_SEEK : Win32ErrorFromErrno(errno), FALSE);
+    if (newPosition != nullptr) newPosition->QuadPart = position;
+    return TRUE;
+}
+
+BOOL WINAPI SetEndOfFile(HANDLE file) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if ((object->access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    const off_t position = lseek(object->fd, 0, SEEK_CUR);
+    if (position < 0 || ftruncate(object->fd, position) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    struct stat status {};
+    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    const FileTimes times = HostTimes(object->hostPath, status);
+    if (created != nullptr) *created = times.created;
+    if (accessed != nullptr) *accessed = times.accessed;
+    if (written != nullptr) *written = times.written;
+    return TRUE;
+}
+
+BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* /*created*/, const FILETIME* accessed, const FILETIME* written) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    // Host file systems keep no settable creation time; it is left as it is.
+    struct timespec times[2];
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_nsec = UTIME_OMIT;
+    if (accessed != nullptr && (accessed->dwLowDateTime | accessed->dwHighDateTime) != 0) times[0] = TimespecFromFileTime(*accessed);
+    if (written != nullptr && (written->dwLowDateTime | written->dwHighDateTime) != 0) times[1] = TimespecFromFileTime(*written);
+    if (futimens(object->fd, times) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
+    auto object = LookupHandleAs<FileObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    struct stat status {};
+    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    const bool isRoot = object->win32Path.size() <= 3;
+    const FileTimes times = HostTimes(object->hostPath, status);
+    std::memset(info, 0, sizeof *info);
+    info->dwFileAttributes = HostAttributes(object->hostPath, status, isRoot);
+    info->ftCreationTime = times.created;
+    info->ftLastAccessTime = times.accessed;
+    info->ftLastWriteTime = times.written;
+    info->dwVolumeSerialNumber = static_cast<DWORD>(status.st_dev);
+    const ULONGLONG size = object->isFolder ? 0 : static_cast<ULONGLONG>(status.st_size);
+    info->nFileSizeHigh = static_cast<DWORD>(size >> 32);
+    info->nFileSizeLow = static_cast<DWORD>(size);
+    // A folder has one name on NTFS whatever the host counts for its subfolders.
+    info->nNumberOfLinks = object->isFolder ? 1 : static_cast<DWORD>(status.st_nlink);
+    const ULONGLONG index = static_cast<ULONGLONG>(status.st_ino);
+    info->nFileIndexHigh = static_cast<DWORD>(index >> 32);
+    info->nFileIndexLow = static_cast<DWORD>(index);
+    return TRUE;
+}
+
+BOOL WINAPI CloseHandle(HANDLE object) {
+    if (!RemoveHandleIf(object, [](KernelObject& candidate) { return !candidate.IsSearch(); }))
+        return Fail(ERROR_INVALID_HANDLE, FALSE);
+    return TRUE;
+}
+
+DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return INVALID_FILE_ATTRIBUTES;
+    if (!resolved.exists) return Fail(MissingError(resolved), INVALID_FILE_ATTRIBUTES);
+    return AttributesOf(resolved);
+}
+
+BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return FALSE;
+    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
+    return WriteHostAttributes(resolved.hostPath, resolved.status, attributes) ? TRUE : FALSE;
+}
+
+BOOL WINAPI DeleteFileW(LPCWSTR path) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return FALSE;
+    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
+    if (IsFolder(resolved) && !S_ISLNK(resolved.status.st_mode)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+        return FALSE;
+    if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return FALSE;
+    if (resolved.exists || resolved.isRoot()) return Fail(ERROR_ALREADY_EXISTS, FALSE);
+    if (mkdir(resolved.hostPath.c_str(), 0777) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return FALSE;
+    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
+    if (!IsFolder(resolved)) return Fail(ERROR_DIRECTORY, FALSE);
+    if (resolved.isRoot()) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    // Removing a link to a folder removes the link alone, as removing a junction does.
+    if (S_ISLNK(resolved.status.st_mode)) {
+        if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+        return TRUE;
+    }
+    if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+        return FALSE;
+    if (rmdir(resolved.hostPath.c_str()) != 0) return Fail(errno == EEXIST ? ERROR_DIR_NOT_EMPTY : Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI CreateHardLinkW(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES /*security*/) {
+    ResolvedPath target;
+    if (!Resolve(existing, target)) return FALSE;
+    if (!target.exists) return Fail(MissingError(target), FALSE);
+    if (IsFolder(target)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    ResolvedPath link;
+    if (!Resolve(newName, link)) return FALSE;
+    if (link.exists) return Fail(ERROR_ALREADY_EXISTS, FALSE);
+    if (link.drive != target.drive) return Fail(ERROR_NOT_SAME_DEVICE, FALSE);
+    if (::link(target.hostPath.c_str(), link.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+DWORD WINAPI GetCurrentDirectoryW(DWORD length, LPWSTR buffer) {
+    const WString current = CurrentDirectory();
+    if (buffer == nullptr || length < current.size() + 1) return static_cast<DWORD>(current.size() + 1);
+    current.copy(buffer, current.size());
+    buffer[current.size()] = 0;
+    return static_cast<DWORD>(current.size());
+}
+
+BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return FALSE;
+    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
+    if (!IsFolder(resolved)) return Fail(ERROR_DIRECTORY, FALSE);
+    SetCurrentDirectoryPath(resolved.win32Path());
+    return TRUE;
+}
+
+DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR* filePart) {
+    WString full;
+    if (!FullWin32Path(path, full)) return 0;
+    if (buffer == nullptr || length < full.size() + 1) return static_cast<DWORD>(full.size() + 1);
+    full.copy(buffer, full.size());
+    buffer[full.size()] = 0;
+    if (filePart != nullptr) {
+        const size_t slash = full.rfind('\\');
+        *filePart = (slash == WString::npos || slash + 1 == full.size()) ? nullptr : buffer + slash + 1;
+    }
+    return static_cast<DWORD>(full.size());
+}
+
+BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID /*out*/, DWORD /*outSize*/,
+                            LPDWORD returned, LPOVERLAPPED /*overlapped*/) {
+    if (returned != nullptr) *returned = 0;
+    auto object = LookupHandleAs<FileObject>(device);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (code == FSCTL_SET_COMPRESSION) {
+        if (in == nullptr || inSize < sizeof(USHORT)) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+        // A host folder answers as a FAT volume does: it has no compression.
+        return Fail(ERROR_INVALID_FUNCTION, FALSE);
+    }
+    return Fail(ERROR_INVALID_FUNCTION, FALSE);
+}
+
+BOOL WINAPI PathFileExistsW(LPCWSTR path) {
+    if (path == nullptr) return FALSE;
+    return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+BOOL WINAPI PathIsDirectoryW(LPCWSTR path) {
+    if (path == nullptr) return FALSE;
+    const DWORD attributes = GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return FALSE;
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FILE_ATTRIBUTE_DIRECTORY : FALSE;
+}
+
+}  // namespace vlx

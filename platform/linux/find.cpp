@@ -1,0 +1,208 @@
+// Searches: folder listings by pattern in NTFS name order, and every hard-link name of a file.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "internal.h"
+#include "table.h"
+
+namespace vlx {
+
+namespace {
+
+struct Candidate {
+    WString name;          // as Windows reports it
+    std::string hostPath;  // the entry itself; for "." and ".." the folders they stand for
+    bool isRootEntry;      // the entry is a volume root (".." of a first-level folder)
+};
+
+class FindObject : public KernelObject {
+public:
+    bool IsSearch() const override { return true; }
+    std::mutex lock;
+    std::vector<Candidate> entries;
+    size_t next = 0;
+};
+
+class FileNameFindObject : public KernelObject {
+public:
+    bool IsSearch() const override { return true; }
+    std::mutex lock;
+    std::vector<WString> names;
+    size_t next = 0;
+};
+
+std::string JoinHost(const std::string& folder, const std::string& name) {
+    if (!folder.empty() && folder.back() == '/') return folder + name;
+    return folder + "/" + name;
+}
+
+// Fills the find data of one candidate; false when it vanished since the folder was read.
+bool FillFindData(const Candidate& entry, WIN32_FIND_DATAW& data) {
+    struct stat status {};
+    if (lstat(entry.hostPath.c_str(), &status) != 0) return false;
+    std::memset(&data, 0, sizeof data);
+    data.dwFileAttributes = HostAttributes(entry.hostPath, status, entry.isRootEntry);
+    const FileTimes times = HostTimes(entry.hostPath, status);
+    data.ftCreationTime = times.created;
+    data.ftLastAccessTime = times.accessed;
+    data.ftLastWriteTime = times.written;
+    if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        ULONGLONG size = static_cast<ULONGLONG>(status.st_size);
+        struct stat target {};
+        if (S_ISLNK(status.st_mode)) size = 0;  // a reparse point reports no data of its own
+        else if (stat(entry.hostPath.c_str(), &target) == 0) size = static_cast<ULONGLONG>(target.st_size);
+        data.nFileSizeHigh = static_cast<DWORD>(size >> 32);
+        data.nFileSizeLow = static_cast<DWORD>(size);
+    }
+    WStrCopy(data.cFileName, MAX_PATH, entry.name.c_str());
+    return true;
+}
+
+bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
+    std::lock_guard guard(find.lock);
+    while (find.next < find.entries.size()) {
+        if (FillFindData(find.entries[find.next++], data)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    ResolvedPath resolved;
+    if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
+    // A pattern that ends in a separator, or names a volume root, has no name part to match.
+    if (resolved.isRoot() || resolved.trailingSeparator) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+
+    const WString& namePattern = resolved.components.back();
+    const std::string& folder = resolved.hostParent;
+    const bool folderIsRoot = resolved.components.size() == 1;
+    auto find = std::make_shared<FindObject>();
+
+    if (!HasWildcard(namePattern)) {
+        if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+        find->entries.push_back({namePattern, resolved.hostPath, false});
+    } else {
+        DIR* dir = opendir(folder.c_str());
+        if (dir == nullptr) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+        std::vector<Candidate> listed;
+        while (dirent* entry = readdir(dir)) {
+            const std::string hostName = entry->d_name;
+            if (hostName == "." || hostName == "..") continue;
+            const WString name = WStrFromUtf8(hostName);
+            if (MatchesPattern(namePattern, name)) listed.push_back({name, JoinHost(folder, hostName), false});
+        }
+        closedir(dir);
+        std::sort(listed.begin(), listed.end(), [](const Candidate& a, const Candidate& b) { return NameLessNtfs(a.name, b.name); });
+        // "." and ".." come first in every folder but a root, as NTFS returns them.
+        if (!folderIsRoot) {
+            if (MatchesPattern(namePattern, _T("."))) find->entries.push_back({_T("."), folder, false});
+            if (MatchesPattern(namePattern, _T(".."))) {
+                const size_t slash = folder.find_last_of('/');
+                const std::string parent = slash == 0 || slash == std::string::npos ? std::string("/") : folder.substr(0, slash);
+                find->entries.push_back({_T(".."), parent, resolved.components.size() == 2});
+            }
+        }
+        find->entries.insert(find->entries.end(), listed.begin(), listed.end());
+    }
+    if (!NextFromFind(*find, *data)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    HANDLE handle = InsertHandle(std::move(find));
+    SetLastErrorCode(ERROR_SUCCESS);
+    return handle;
+}
+
+BOOL WINAPI FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
+    auto find = LookupHandleAs<FindObject>(handle);
+    if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (!NextFromFind(*find, *data)) return Fail(ERROR_NO_MORE_FILES, FALSE);
+    return TRUE;
+}
+
+BOOL WINAPI FindClose(HANDLE handle) {
+    if (!RemoveHandleIf(handle, [](KernelObject& object) { return object.IsSearch(); })) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    return TRUE;
+}
+
+namespace {
+
+// Every name under a volume's host folder that is the same file, found by walking the volume without
+// leaving its host file system and without following links. The walk stops once all names are found.
+void CollectNames(const std::string& folder, const WString& relative, dev_t device, ino_t inode, size_t wanted,
+                  std::vector<WString>& names, int depth) {
+    if (depth > 256 || names.size() >= wanted) return;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr) return;
+    std::vector<std::pair<std::string, bool>> children;
+    while (dirent* entry = readdir(dir)) {
+        const std::string hostName = entry->d_name;
+        if (hostName == "." || hostName == "..") continue;
+        children.emplace_back(hostName, entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN);
+    }
+    closedir(dir);
+    std::sort(children.begin(), children.end());
+    for (const auto& [hostName, maybeFolder] : children) {
+        if (names.size() >= wanted) return;
+        const std::string hostPath = JoinHost(folder, hostName);
+        struct stat status {};
+        if (lstat(hostPath.c_str(), &status) != 0 || status.st_dev != device) continue;
+        const WString name = relative + _T("\\") + WStrFromUtf8(hostName);
+        if (S_ISDIR(status.st_mode)) CollectNames(hostPath, name, device, inode, wanted, names, depth + 1);
+        else if (status.st_ino == inode && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+}
+
+// Copies one name out as FindFirstFileNameW does: the length goes in as the buffer size and comes out as
+// the needed size when the name does not fit.
+bool CopyLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
+    const DWORD needed = static_cast<DWORD>(name.size() + 1);
+    if (buffer == nullptr || *length < needed) {
+        *length = needed;
+        return Fail(ERROR_MORE_DATA, false);
+    }
+    name.copy(buffer, name.size());
+    buffer[name.size()] = 0;
+    *length = needed;
+    return true;
+}
+
+}  // namespace
+
+HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+    if (flags != 0 || length == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
+    if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    struct stat status {};
+    if (stat(resolved.hostPath.c_str(), &status) != 0) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+
+    auto find = std::make_shared<FileNameFindObject>();
+    // The name given comes first; the walk adds the others.
+    find->names.push_back(resolved.volumeRelative());
+    if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) {
+        struct stat rootStatus {};
+        if (stat(resolved.volumeRoot.c_str(), &rootStatus) == 0 && rootStatus.st_dev == status.st_dev)
+            CollectNames(resolved.volumeRoot, WString(), status.st_dev, status.st_ino, status.st_nlink, find->names, 0);
+    }
+    if (!CopyLinkName(find->names[0], length, name)) return INVALID_HANDLE_VALUE;
+    find->next = 1;
+    return InsertHandle(std::move(find));
+}
+
+BOOL WINAPI FindNextFileNameW(HANDLE handle, LPDWORD length, PWSTR name) {
+    auto find = LookupHandleAs<FileNameFindObject>(handle);
+    if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    std::lock_guard guard(find->lock);
+    if (find->next >= find->names.size()) return Fail(ERROR_HANDLE_EOF, FALSE);
+    if (!CopyLinkName(find->names[find->next], length, name)) return FALSE;
+    ++find->next;
+    return TRUE;
+}
+
+}  // namespace vlx

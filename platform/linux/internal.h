@@ -1,0 +1,133 @@
+// Shared machinery of the Linux platform: the last error, errno mapping, path resolution, the handle
+// table, share modes and attribute mapping.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../../afx/wstr.h"
+#include "../win32.h"
+#include "host.h"
+
+#ifndef ERROR_TOO_MANY_LINKS
+#define ERROR_TOO_MANY_LINKS 1142L
+#endif
+#ifndef ERROR_IO_DEVICE
+#define ERROR_IO_DEVICE 1117L
+#endif
+
+namespace vlx {
+
+// ---- Last error
+
+DWORD LastError();
+void SetLastErrorCode(DWORD code);
+// The Win32 code that stands for a host errno.
+DWORD Win32ErrorFromErrno(int error);
+// Sets the last error and returns the given failure value, for one-line failure paths.
+template <class T>
+T Fail(DWORD code, T result) {
+    SetLastErrorCode(code);
+    return result;
+}
+
+// ---- Names
+
+// Upper-case folding of one UTF-16 unit, as a volume's upcase table does for the scripts we meet.
+WCHAR FoldUnit(WCHAR unit);
+bool NamesEqualNoCase(const WString& a, const WString& b);
+// NTFS order: by folded code units.
+bool NameLessNtfs(const WString& a, const WString& b);
+// Win32 wildcard match of one name (* and ?, "*.*" matches every name, a trailing ".*" matches no dot).
+bool MatchesPattern(const WString& pattern, const WString& name);
+bool HasWildcard(const WString& text);
+
+// ---- Paths
+
+// A Win32 path taken apart and looked up on its volume.
+struct ResolvedPath {
+    WCHAR drive = 0;                   // upper-case letter
+    std::string volumeRoot;            // host folder of the volume
+    std::vector<WString> components;  // from the volume root, with the case found on disk where it exists
+    std::string hostPath;              // host path of the whole (existing components with their disk case)
+    std::string hostParent;            // host path of all but the last component
+    bool trailingSeparator = false;    // the path ended in a separator
+    bool exists = false;               // the whole path names an existing entry
+    struct stat status {};             // lstat of hostPath when exists
+    bool isRoot() const { return components.empty(); }
+    WString win32Path() const;         // "X:\a\b" with the disk case
+    WString volumeRelative() const;    // "\a\b"
+};
+
+enum class Wildcards { Refuse, AllowInLast };
+
+// Resolves a Win32 path. On failure returns false with the last error set as Windows sets it for a path
+// that cannot be reached: ERROR_PATH_NOT_FOUND (missing folder on the way, unknown drive, too long),
+// ERROR_INVALID_NAME (bad characters, wildcards where none may be). A missing last component is not a
+// failure: exists is false.
+bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards = Wildcards::Refuse);
+
+// Full Win32 path of a possibly relative one, without touching any volume. False with the last error set
+// when the text is not a usable path.
+bool FullWin32Path(LPCWSTR path, WString& full);
+
+WString CurrentDirectory();
+void SetCurrentDirectoryPath(const WString& path);
+
+// ---- Attributes and times
+
+FILETIME FileTimeFromTimespec(const struct timespec& time);
+struct timespec TimespecFromFileTime(const FILETIME& time);
+// Attribute word of a host entry: folder bit from the type, read-only from the owner's write permission,
+// hidden, system and archive from the user.DOSATTRIB extended attribute.
+DWORD HostAttributes(const std::string& hostPath, const struct stat& status, bool isVolumeRoot);
+// Writes read-only, hidden, system and archive. False with the last error set on failure.
+bool WriteHostAttributes(const std::string& hostPath, const struct stat& status, DWORD attributes);
+struct FileTimes {
+    FILETIME created, accessed, written;
+};
+FileTimes HostTimes(const std::string& hostPath, const struct stat& status);
+
+// ---- Handle table
+
+class KernelObject {
+public:
+    virtual ~KernelObject() = default;
+    // Searches are ended by FindClose and refused by CloseHandle; everything else the other way round.
+    virtual bool IsSearch() const { return false; }
+};
+
+HANDLE InsertHandle(std::shared_ptr<KernelObject> object);
+std::shared_ptr<KernelObject> LookupHandle(HANDLE handle);
+template <class T>
+std::shared_ptr<T> LookupHandleAs(HANDLE handle) {
+    return std::dynamic_pointer_cast<T>(LookupHandle(handle));
+}
+bool RemoveHandleIf(HANDLE handle, bool (*accept)(KernelObject&));
+// Removes the handle when it holds a T; the object dies with its last reference.
+template <class T>
+bool RemoveHandleOf(HANDLE handle) {
+    return RemoveHandleIf(handle, [](KernelObject& object) { return dynamic_cast<T*>(&object) != nullptr; });
+}
+
+// ---- Share modes
+
+// One open of one file, registered while the handle lives.
+struct OpenRecord {
+    dev_t device = 0;
+    ino_t inode = 0;
+    DWORD access = 0;  // generic rights expanded to specific ones
+    DWORD share = 0;
+};
+DWORD ExpandAccess(DWORD access);
+// False with ERROR_SHARING_VIOLATION when an open with this access and share mode conflicts with another.
+bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share);
+// Checks the record against every other open and registers it, in one step so that two opens cannot both
+// pass; false with ERROR_SHARING_VIOLATION on a conflict.
+bool RegisterOpen(OpenRecord* record);
+void UnregisterOpen(OpenRecord* record);
+
+}  // namespace vlx

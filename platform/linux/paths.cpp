@@ -1,0 +1,352 @@
+// Drive letters and Win32 path rules on host folders: separators, case-insensitive lookup with the case
+// kept, MAX_PATH, relative paths, wildcards and NTFS name order.
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+
+#include "internal.h"
+
+namespace vlx {
+
+namespace {
+
+std::shared_mutex g_drivesLock;
+std::map<WCHAR, std::string> g_drives;  // letters other than the default C:
+
+std::mutex g_currentLock;
+WString g_current;  // empty until first asked: then the host's working folder
+
+WCHAR UpperLetter(WCHAR letter) { return (letter >= 'a' && letter <= 'z') ? static_cast<WCHAR>(letter - 'a' + 'A') : letter; }
+bool IsLetter(WCHAR unit) { return (unit >= 'a' && unit <= 'z') || (unit >= 'A' && unit <= 'Z'); }
+bool IsSeparator(WCHAR unit) { return unit == '\\' || unit == '/'; }
+
+// Characters no Win32 file name may hold; wildcards are judged separately.
+bool IsInvalidNameUnit(WCHAR unit) {
+    return unit < 0x20 || unit == '<' || unit == '>' || unit == ':' || unit == '"' || unit == '|';
+}
+
+std::string JoinHost(const std::string& folder, const std::string& name) {
+    if (folder.empty() || folder.back() == '/') return folder + name;
+    return folder + "/" + name;
+}
+
+// Finds the entry of a host folder whose name equals name without regard to case, preferring an exact
+// match. Empty when there is none.
+std::string FindEntryNoCase(const std::string& folder, const WString& name) {
+    const std::string exact = WStrToUtf8(name);
+    struct stat status {};
+    if (lstat(JoinHost(folder, exact).c_str(), &status) == 0) return exact;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr) return {};
+    std::string found;
+    while (dirent* entry = readdir(dir)) {
+        const std::string hostName = entry->d_name;
+        if (hostName == "." || hostName == "..") continue;
+        if (NamesEqualNoCase(WStrFromUtf8(hostName), name)) {
+            found = hostName;
+            break;
+        }
+    }
+    closedir(dir);
+    return found;
+}
+
+}  // namespace
+
+// ---- Names
+
+WCHAR FoldUnit(WCHAR unit) {
+    if (unit < 'a') return unit;
+    if (unit <= 'z') return static_cast<WCHAR>(unit - 0x20);
+    if (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7) return static_cast<WCHAR>(unit - 0x20);  // Latin-1
+    if (unit == 0xFF) return 0x178;
+    if (unit >= 0x100 && unit <= 0x17F && unit != 0x130 && unit != 0x131 && unit != 0x138 && unit != 0x149 &&
+        unit != 0x17F) {
+        // Latin Extended-A pairs an upper-case letter with the lower-case one after it; the run from
+        // U+0139 to U+0148 and from U+0179 on is shifted by one.
+        const bool oddUpper = (unit >= 0x139 && unit <= 0x148) || unit >= 0x179;
+        const bool isLower = oddUpper ? (unit % 2 == 0) : (unit % 2 == 1);
+        return isLower ? static_cast<WCHAR>(unit - 1) : unit;
+    }
+    if (unit >= 0x3B1 && unit <= 0x3C9 && unit != 0x3C2) return static_cast<WCHAR>(unit - 0x20);  // Greek
+    if (unit >= 0x430 && unit <= 0x44F) return static_cast<WCHAR>(unit - 0x20);                   // Cyrillic
+    if (unit >= 0x450 && unit <= 0x45F) return static_cast<WCHAR>(unit - 0x50);
+    if (unit >= 0xFF41 && unit <= 0xFF5A) return static_cast<WCHAR>(unit - 0x20);  // full-width Latin
+    return unit;
+}
+
+bool NamesEqualNoCase(const WString& a, const WString& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (FoldUnit(a[i]) != FoldUnit(b[i])) return false;
+    }
+    return true;
+}
+
+bool NameLessNtfs(const WString& a, const WString& b) {
+    const size_t common = std::min(a.size(), b.size());
+    for (size_t i = 0; i < common; ++i) {
+        const WCHAR x = FoldUnit(a[i]);
+        const WCHAR y = FoldUnit(b[i]);
+        if (x != y) return x < y;
+    }
+    return a.size() < b.size();
+}
+
+bool HasWildcard(const WString& text) { return text.find_first_of(_T("*?")) != WString::npos; }
+
+namespace {
+
+bool MatchFrom(const WCHAR* pattern, const WCHAR* name) {
+    // Iterative glob with one backtracking point, linear in practice and never recursive.
+    const WCHAR* star = nullptr;
+    const WCHAR* resume = nullptr;
+    while (*name != 0) {
+        if (*pattern == '*') {
+            star = pattern++;
+            resume = name;
+        } else if (*pattern == '?' || (*pattern != 0 && FoldUnit(*pattern) == FoldUnit(*name))) {
+            ++pattern;
+            ++name;
+        } else if (star != nullptr) {
+            pattern = star + 1;
+            name = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (*pattern == '*') ++pattern;
+    return *pattern == 0;
+}
+
+}  // namespace
+
+bool MatchesPattern(const WString& pattern, const WString& name) {
+    if (pattern == _T("*") || pattern == _T("*.*")) return true;
+    if (MatchFrom(pattern.c_str(), name.c_str())) return true;
+    // A pattern ending in ".*" also matches the name without any extension, as "a.*" finds "a".
+    if (pattern.size() >= 2 && pattern.compare(pattern.size() - 2, 2, _T(".*")) == 0 && name.find('.') == WString::npos)
+        return MatchFrom(pattern.substr(0, pattern.size() - 2).c_str(), name.c_str());
+    return false;
+}
+
+// ---- Drives
+
+bool MapDrive(WCHAR letter, const std::string& hostFolder) {
+    if (!IsLetter(letter)) return false;
+    struct stat status {};
+    if (stat(hostFolder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return false;
+    char* real = realpath(hostFolder.c_str(), nullptr);
+    if (real == nullptr) return false;
+    std::string root = real;
+    free(real);
+    std::unique_lock lock(g_drivesLock);
+    g_drives[UpperLetter(letter)] = root;
+    return true;
+}
+
+void UnmapDrive(WCHAR letter) {
+    std::unique_lock lock(g_drivesLock);
+    g_drives.erase(UpperLetter(letter));
+}
+
+std::string DriveRoot(WCHAR letter) {
+    letter = UpperLetter(letter);
+    std::shared_lock lock(g_drivesLock);
+    auto it = g_drives.find(letter);
+    if (it != g_drives.end()) return it->second;
+    return letter == 'C' ? std::string("/") : std::string();
+}
+
+WString HostToWin32Path(const std::string& hostPath) {
+    std::string absolute = hostPath;
+    if (absolute.empty() || absolute[0] != '/') {
+        char cwd[4096];
+        if (getcwd(cwd, sizeof cwd) != nullptr) absolute = JoinHost(cwd, absolute);
+    }
+    WCHAR bestLetter = 'C';
+    std::string bestRoot = "/";
+    {
+        std::shared_lock lock(g_drivesLock);
+        for (const auto& [letter, root] : g_drives) {
+            const bool inside = absolute == root || (absolute.size() > root.size() && absolute.compare(0, root.size(), root) == 0 &&
+                                                     (root.back() == '/' || absolute[root.size()] == '/'));
+            if (inside && root.size() >= bestRoot.size() && (letter != 'C' || bestRoot == "/")) {
+                bestLetter = letter;
+                bestRoot = root;
+            }
+        }
+    }
+    std::string rest = absolute.substr(std::min(absolute.size(), bestRoot.size()));
+    WString converted = WStrFromUtf8(rest);
+    WString result;
+    result += bestLetter;
+    result += _T(":\\");
+    for (WCHAR unit : converted) {
+        if (unit == '/') {
+            if (result.back() != '\\') result += '\\';
+        } else {
+            result += unit;
+        }
+    }
+    if (result.size() > 3 && result.back() == '\\') result.pop_back();
+    return result;
+}
+
+std::string Win32ToHostPath(LPCWSTR path) {
+    ResolvedPath resolved;
+    if (!Resolve(path, resolved)) return {};
+    return resolved.hostPath;
+}
+
+// ---- Current folder
+
+WString CurrentDirectory() {
+    std::lock_guard lock(g_currentLock);
+    if (g_current.empty()) {
+        char cwd[4096];
+        g_current = getcwd(cwd, sizeof cwd) != nullptr ? HostToWin32Path(cwd) : WString(_T("C:\\"));
+    }
+    return g_current;
+}
+
+void SetCurrentDirectoryPath(const WString& path) {
+    std::lock_guard lock(g_currentLock);
+    g_current = path;
+}
+
+// ---- Resolution
+
+bool FullWin32Path(LPCWSTR path, WString& full) {
+    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, false);
+    WString text = path;
+    if (text.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
+    // The \\?\ prefix turns off the parsing rules and the length limit; the rest is a drive path.
+    if (text.size() >= 4 && text[0] == '\\' && text[1] == '\\' && text[2] == '?' && text[3] == '\\') text = text.substr(4);
+    else if (text.size() >= MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+
+    WCHAR drive = 0;
+    WString rest;
+    if (text.size() >= 2 && IsLetter(text[0]) && text[1] == ':') {
+        drive = UpperLetter(text[0]);
+        rest = text.substr(2);
+        if (rest.empty() || !IsSeparator(rest[0])) {
+            // "X:name" is relative to the current folder when that is on X:, else to X:'s root.
+            const WString current = CurrentDirectory();
+            rest = (UpperLetter(current[0]) == drive ? current.substr(2) + _T("\\") : WString(_T("\\"))) + rest;
+        }
+    } else if (text.size() >= 2 && IsSeparator(text[0]) && IsSeparator(text[1])) {
+        // UNC and device paths name no host-folder volume.
+        return Fail(ERROR_BAD_PATHNAME, false);
+    } else {
+        const WString current = CurrentDirectory();
+        drive = UpperLetter(current[0]);
+        rest = IsSeparator(text[0]) ? text : current.substr(2) + _T("\\") + text;
+    }
+
+    std::vector<WString> parts;
+    WString part;
+    auto flush = [&]() {
+        if (part.empty() || part == _T(".")) {
+        } else if (part == _T("..")) {
+            if (!parts.empty()) parts.pop_back();
+        } else {
+            // Windows drops trailing spaces and dots from a name.
+            WString trimmed = part;
+            while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == '.')) trimmed.pop_back();
+            parts.push_back(trimmed.empty() ? part : trimmed);
+        }
+        part.clear();
+    };
+    for (WCHAR unit : rest) {
+        if (IsSeparator(unit)) flush();
+        else part += unit;
+    }
+    flush();
+
+    full.clear();
+    full += drive;
+    full += _T(":");
+    for (const WString& name : parts) full += _T("\\") + name;
+    if (parts.empty()) full += _T("\\");
+    if (IsSeparator(text.back()) && !parts.empty()) full += _T("\\");
+    return true;
+}
+
+WString ResolvedPath::win32Path() const {
+    WString path;
+    path += drive;
+    path += _T(":");
+    path += volumeRelative();
+    return path;
+}
+
+WString ResolvedPath::volumeRelative() const {
+    if (components.empty()) return _T("\\");
+    WString path;
+    for (const WString& name : components) path += _T("\\") + name;
+    return path;
+}
+
+bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
+    out = ResolvedPath();
+    WString full;
+    if (!FullWin32Path(path, full)) return false;
+    out.drive = full[0];
+    out.trailingSeparator = full.size() > 3 && full.back() == '\\';
+    out.volumeRoot = DriveRoot(out.drive);
+    if (out.volumeRoot.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
+
+    std::vector<WString> names;
+    for (size_t at = 3; at < full.size();) {
+        size_t end = full.find('\\', at);
+        if (end == WString::npos) end = full.size();
+        if (end > at) names.push_back(full.substr(at, end - at));
+        at = end + 1;
+    }
+    for (size_t i = 0; i < names.size(); ++i) {
+        const bool last = i + 1 == names.size();
+        for (WCHAR unit : names[i]) {
+            if (IsInvalidNameUnit(unit)) return Fail(ERROR_INVALID_NAME, false);
+        }
+        if (HasWildcard(names[i]) && !(last && wildcards == Wildcards::AllowInLast)) return Fail(ERROR_INVALID_NAME, false);
+    }
+
+    std::string host = out.volumeRoot;
+    for (size_t i = 0; i < names.size(); ++i) {
+        const bool last = i + 1 == names.size();
+        out.hostParent = host;
+        std::string hostName = HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i]);
+        if (hostName.empty()) {
+            if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
+            out.components.push_back(names[i]);
+            out.hostPath = JoinHost(host, WStrToUtf8(names[i]));
+            return true;
+        }
+        host = JoinHost(host, hostName);
+        out.components.push_back(WStrFromUtf8(hostName));
+        if (!last) {
+            struct stat status {};
+            // A folder on the way may be a link to a folder, as a junction is on Windows.
+            if (stat(host.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return Fail(ERROR_PATH_NOT_FOUND, false);
+        }
+    }
+    if (names.empty()) out.hostParent = host;
+    out.hostPath = host;
+    if (lstat(host.c_str(), &out.status) != 0) return true;
+    out.exists = true;
+    // "file.txt\" names no folder.
+    if (out.trailingSeparator && !S_ISDIR(out.status.st_mode)) {
+        struct stat target {};
+        if (!(S_ISLNK(out.status.st_mode) && stat(host.c_str(), &target) == 0 && S_ISDIR(target.st_mode)))
+            return Fail(ERROR_INVALID_NAME, false);
+    }
+    return true;
+}
+
+}  // namespace vlx

@@ -1,0 +1,50 @@
+// The platform table bound to the Linux implementations.
+#include "../api.h"
+#include "table.h"
+
+namespace {
+
+Win32Api MakeLinuxTable() {
+    Win32Api table{};
+    table.GetLastError = vlx::GetLastError;
+    table.SetLastError = vlx::SetLastError;
+    table.GetFileAttributesW = vlx::GetFileAttributesW;
+    table.SetFileAttributesW = vlx::SetFileAttributesW;
+    table.FindFirstFileW = vlx::FindFirstFileW;
+    table.FindNextFileW = vlx::FindNextFileW;
+    table.FindClose = vlx::FindClose;
+    table.FindFirstFileNameW = vlx::FindFirstFileNameW;
+    table.FindNextFileNameW = vlx::FindNextFileNameW;
+    table.CreateFileW = vlx::CreateFileW;
+    table.ReadFile = vlx::ReadFile;
+    table.WriteFile = vlx::WriteFile;
+    table.GetFileSize = vlx::GetFileSize;
+    table.GetFileSizeEx = vlx::GetFileSizeEx;
+    table.SetFilePointerEx = vlx::SetFilePointerEx;
+    table.SetEndOfFile = vlx::SetEndOfFile;
+    table.GetFileTime = vlx::GetFileTime;
+    table.SetFileTime = vlx::SetFileTime;
+    table.GetFileInformationByHandle = vlx::GetFileInformationByHandle;
+    table.CloseHandle = vlx::CloseHandle;
+    table.DeleteFileW = vlx::DeleteFileW;
+    table.CreateDirectoryW = vlx::CreateDirectoryW;
+    table.RemoveDirectoryW = vlx::RemoveDirectoryW;
+    table.CreateHardLinkW = vlx::CreateHardLinkW;
+    table.GetCurrentDirectoryW = vlx::GetCurrentDirectoryW;
+    table.SetCurrentDirectoryW = vlx::SetCurrentDirectoryW;
+    table.GetFullPathNameW = vlx::GetFullPathNameW;
+    table.DeviceIoControl = vlx::DeviceIoControl;
+    table.FileTimeToSystemTime = vlx::FileTimeToSystemTime;
+    table.SystemTimeToFileTime = vlx::SystemTimeToFileTime;
+    table.PathFileExistsW = vlx::PathFileExistsW;
+    table.PathIsDirectoryW = vlx::PathIsDirectoryW;
+    table.Sleep = vlx::Sleep;
+    return table;
+}
+
+}  // namespace
+
+Win32Api& sys() {
+    static Win32Api table = MakeLinuxTable();
+    return table;
+}

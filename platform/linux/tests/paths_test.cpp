@@ -1,0 +1,2 @@
+// Win32 path rules on host-folder volumes.
+#include <gtest/gtest.h>

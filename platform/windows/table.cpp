@@ -1,0 +1,49 @@
+// The platform table bound to the real Windows DLL functions.
+#include "../api.h"
+
+namespace {
+
+Win32Api MakeWindowsTable() {
+    Win32Api table{};
+    table.GetLastError = ::GetLastError;
+    table.SetLastError = ::SetLastError;
+    table.GetFileAttributesW = ::GetFileAttributesW;
+    table.SetFileAttributesW = ::SetFileAttributesW;
+    table.FindFirstFileW = ::FindFirstFileW;
+    table.FindNextFileW = ::FindNextFileW;
+    table.FindClose = ::FindClose;
+    table.FindFirstFileNameW = ::FindFirstFileNameW;
+    table.FindNextFileNameW = ::FindNextFileNameW;
+    table.CreateFileW = ::CreateFileW;
+    table.ReadFile = ::ReadFile;
+    table.WriteFile = ::WriteFile;
+    table.GetFileSize = ::GetFileSize;
+    table.GetFileSizeEx = ::GetFileSizeEx;
+    table.SetFilePointerEx = ::SetFilePointerEx;
+    table.SetEndOfFile = ::SetEndOfFile;
+    table.GetFileTime = ::GetFileTime;
+    table.SetFileTime = ::SetFileTime;
+    table.GetFileInformationByHandle = ::GetFileInformationByHandle;
+    table.CloseHandle = ::CloseHandle;
+    table.DeleteFileW = ::DeleteFileW;
+    table.CreateDirectoryW = ::CreateDirectoryW;
+    table.RemoveDirectoryW = ::RemoveDirectoryW;
+    table.CreateHardLinkW = ::CreateHardLinkW;
+    table.GetCurrentDirectoryW = ::GetCurrentDirectoryW;
+    table.SetCurrentDirectoryW = ::SetCurrentDirectoryW;
+    table.GetFullPathNameW = ::GetFullPathNameW;
+    table.DeviceIoControl = ::DeviceIoControl;
+    table.FileTimeToSystemTime = ::FileTimeToSystemTime;
+    table.SystemTimeToFileTime = ::SystemTimeToFileTime;
+    table.PathFileExistsW = ::PathFileExistsW;
+    table.PathIsDirectoryW = ::PathIsDirectoryW;
+    table.Sleep = ::Sleep;
+    return table;
+}
+
+}  // namespace
+
+Win32Api& sys() {
+    static Win32Api table = MakeWindowsTable();
+    return table;
+}
