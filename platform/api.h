@@ -74,6 +74,23 @@ struct Win32Api {
 
     // --- Threads.
     void(WINAPI* Sleep)(DWORD milliseconds);
+
+    // --- Copy engine: file copies, the shell's file operation and the task dialog.
+    // CopyFileExW copies in chunks; it calls the progress routine once with CALLBACK_STREAM_SWITCH and
+    // nothing transferred, then with CALLBACK_CHUNK_FINISHED after each chunk, with the totals of the one
+    // file. When the flag behind cancel becomes non-zero it stops with ERROR_REQUEST_ABORTED and removes the
+    // partial target. It replaces an existing target unless COPY_FILE_FAIL_IF_EXISTS (ERROR_FILE_EXISTS),
+    // and carries the attributes and the last-write time over. CopyFileW is CopyFileExW without a routine.
+    BOOL(WINAPI* CopyFileW)(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
+    BOOL(WINAPI* CopyFileExW)(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                              DWORD flags);
+    // SHFileOperationW: 0 on success, else the shell's error value; fAnyOperationsAborted is set when the
+    // user cancelled.
+    int(WINAPI* SHFileOperationW)(LPSHFILEOPSTRUCTW operation);
+    // TaskDialogIndirect: S_OK with the pressed button's identifier (IDCANCEL when the dialog was closed
+    // without a choice); a failure code when the dialog could not be shown.
+    HRESULT(WINAPI* TaskDialogIndirect)(const TASKDIALOGCONFIG* config, int* button, int* radioButton,
+                                        BOOL* verificationChecked);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

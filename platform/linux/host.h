@@ -2,6 +2,7 @@
 // it may ask of it: drive letters for host folders, and the count of open handles.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "../../afx/wstr.h"
@@ -24,5 +25,37 @@ std::string Win32ToHostPath(LPCWSTR path);
 
 // Every object open in the handle table: files, searches, devices, modules and the rest.
 size_t OpenHandleCount();
+
+// ---- Dialogs: the desktop's user, played by the host.
+//
+// Every dialog the platform would show (TaskDialogIndirect, the shell's questions while it copies or
+// deletes) goes to the responder the host installs: tests script the answers, the command-line host asks
+// on the terminal. With no responder installed a dialog cannot be shown, and the call that needed it
+// fails as it does on Windows without a desktop.
+enum class DialogKind {
+    TaskDialog,        // taskDialog holds the whole configuration
+    ShellReplaceFile,  // the shell found target in the way of source: replace it?
+    ShellDelete,       // the shell is about to delete target (and itemCount - 1 more entries) for good
+};
+
+struct DialogRequest {
+    DialogKind kind = DialogKind::TaskDialog;
+    HWND owner = nullptr;
+    const TASKDIALOGCONFIG* taskDialog = nullptr;
+    WString source;
+    WString target;
+    size_t itemCount = 0;
+};
+
+// The answer: for a task dialog the identifier of the button pressed (IDCANCEL when it was closed without
+// a choice); for the shell's questions IDYES, IDNO (skip this one) or IDCANCEL (stop the operation); or
+// kDialogCannotBeShown.
+constexpr int kDialogCannotBeShown = -1;
+using DialogResponder = std::function<int(const DialogRequest& request)>;
+
+// Installs the responder for the dialogs of every thread; an empty function removes it.
+void SetDialogResponder(DialogResponder responder);
+// Shows a dialog to the responder: its answer, or kDialogCannotBeShown when there is none.
+int AskDialog(const DialogRequest& request);
 
 }  // namespace vlx

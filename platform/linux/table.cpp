@@ -39,6 +39,11 @@ Win32Api MakeLinuxTable() {
     table.PathFileExistsW = vlx::PathFileExistsW;
     table.PathIsDirectoryW = vlx::PathIsDirectoryW;
     table.Sleep = vlx::Sleep;
+    // Copy engine
+    table.CopyFileW = vlx::CopyFileW;
+    table.CopyFileExW = vlx::CopyFileExW;
+    table.SHFileOperationW = vlx::SHFileOperationW;
+    table.TaskDialogIndirect = vlx::TaskDialogIndirect;
     return table;
 }
 

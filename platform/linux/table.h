@@ -41,4 +41,11 @@ BOOL WINAPI PathFileExistsW(LPCWSTR path);
 BOOL WINAPI PathIsDirectoryW(LPCWSTR path);
 void WINAPI Sleep(DWORD milliseconds);
 
+// Copy engine
+BOOL WINAPI CopyFileW(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
+BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                        DWORD flags);
+int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
+HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
+
 }  // namespace vlx

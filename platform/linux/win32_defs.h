@@ -379,3 +379,139 @@ typedef DWORD(CALLBACK* LPPROGRESS_ROUTINE)(LARGE_INTEGER TotalFileSize, LARGE_I
 #define IDCANCEL 2
 #define PM_NOREMOVE 0x0000
 #define PM_REMOVE 0x0001
+
+// ---- Copy engine: the shell's file operation, the task dialog and the progress bar.
+
+#ifndef S_OK
+#define S_OK (static_cast<HRESULT>(0L))
+#endif
+#ifndef E_FAIL
+#define E_FAIL (static_cast<HRESULT>(0x80004005L))
+#endif
+#ifndef E_INVALIDARG
+#define E_INVALIDARG (static_cast<HRESULT>(0x80070057L))
+#endif
+#ifndef SUCCEEDED
+#define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
+#define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+#endif
+#ifndef IDYES
+#define IDABORT 3
+#define IDRETRY 4
+#define IDIGNORE 5
+#define IDYES 6
+#define IDNO 7
+#endif
+#ifndef IDCLOSE
+#define IDCLOSE 8
+#endif
+
+// SHFileOperationW
+#define FO_MOVE 0x0001
+#define FO_COPY 0x0002
+#define FO_DELETE 0x0003
+#define FO_RENAME 0x0004
+#define FOF_MULTIDESTFILES 0x0001
+#define FOF_CONFIRMMOUSE 0x0002
+#define FOF_SILENT 0x0004
+#define FOF_RENAMEONCOLLISION 0x0008
+#define FOF_NOCONFIRMATION 0x0010
+#define FOF_WANTMAPPINGHANDLE 0x0020
+#define FOF_ALLOWUNDO 0x0040
+#define FOF_FILESONLY 0x0080
+#define FOF_SIMPLEPROGRESS 0x0100
+#define FOF_NOCONFIRMMKDIR 0x0200
+#define FOF_NOERRORUI 0x0400
+#define FOF_NOCOPYSECURITYATTRIBS 0x0800
+typedef WORD FILEOP_FLAGS;
+typedef const WCHAR* PCZZWSTR;
+typedef struct _SHFILEOPSTRUCTW {
+    HWND hwnd;
+    UINT wFunc;
+    PCZZWSTR pFrom;
+    PCZZWSTR pTo;
+    FILEOP_FLAGS fFlags;
+    BOOL fAnyOperationsAborted;
+    LPVOID hNameMappings;
+    PCWSTR lpszProgressTitle;
+} SHFILEOPSTRUCTW, *LPSHFILEOPSTRUCTW;
+
+// The shell's own result codes for a file operation that cannot be done as asked.
+#define DE_SAMEFILE 0x71
+#define DE_MANYSRC1DEST 0x72
+#define DE_DESTSUBTREE 0x76
+#define DE_MANYDEST 0x7A
+#define DE_INVALIDFILES 0x7C
+#define DE_FLDDESTISFILE 0x7E
+#define DE_FILEDESTISFLD 0x80
+
+// TaskDialogIndirect. The SDK packs these structures to one byte.
+#define TDF_ENABLE_HYPERLINKS 0x0001
+#define TDF_USE_HICON_MAIN 0x0002
+#define TDF_USE_HICON_FOOTER 0x0004
+#define TDF_ALLOW_DIALOG_CANCELLATION 0x0008
+#define TDF_USE_COMMAND_LINKS 0x0010
+#define TDF_USE_COMMAND_LINKS_NO_ICON 0x0020
+#define TDCBF_OK_BUTTON 0x0001
+#define TDCBF_YES_BUTTON 0x0002
+#define TDCBF_NO_BUTTON 0x0004
+#define TDCBF_CANCEL_BUTTON 0x0008
+#define TDCBF_RETRY_BUTTON 0x0010
+#define TDCBF_CLOSE_BUTTON 0x0020
+typedef int TASKDIALOG_FLAGS;
+typedef int TASKDIALOG_COMMON_BUTTON_FLAGS;
+typedef HRESULT(CALLBACK* PFTASKDIALOGCALLBACK)(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam, LONG_PTR lpRefData);
+#pragma pack(push, 1)
+typedef struct _TASKDIALOG_BUTTON {
+    int nButtonID;
+    PCWSTR pszButtonText;
+} TASKDIALOG_BUTTON;
+typedef struct _TASKDIALOGCONFIG {
+    UINT cbSize;
+    HWND hwndParent;
+    HINSTANCE hInstance;
+    TASKDIALOG_FLAGS dwFlags;
+    TASKDIALOG_COMMON_BUTTON_FLAGS dwCommonButtons;
+    PCWSTR pszWindowTitle;
+    union {
+        HICON hMainIcon;
+        PCWSTR pszMainIcon;
+    };
+    PCWSTR pszMainInstruction;
+    PCWSTR pszContent;
+    UINT cButtons;
+    const TASKDIALOG_BUTTON* pButtons;
+    int nDefaultButton;
+    UINT cRadioButtons;
+    const TASKDIALOG_BUTTON* pRadioButtons;
+    int nDefaultRadioButton;
+    PCWSTR pszVerificationText;
+    PCWSTR pszExpandedInformation;
+    PCWSTR pszExpandedControlText;
+    PCWSTR pszCollapsedControlText;
+    union {
+        HICON hFooterIcon;
+        PCWSTR pszFooterIcon;
+    };
+    PCWSTR pszFooter;
+    PFTASKDIALOGCALLBACK pfCallback;
+    LONG_PTR lpCallbackData;
+    UINT cxWidth;
+} TASKDIALOGCONFIG;
+#pragma pack(pop)
+static_assert(sizeof(TASKDIALOGCONFIG) == 160, "TASKDIALOGCONFIG has the SDK's packed layout");
+
+// The progress bar control.
+#define PROGRESS_CLASSW u"msctls_progress32"
+#define PBM_SETRANGE (WM_USER + 1)
+#define PBM_SETPOS (WM_USER + 2)
+#define PBM_DELTAPOS (WM_USER + 3)
+#define PBM_SETSTEP (WM_USER + 4)
+#define PBM_STEPIT (WM_USER + 5)
+#define PBM_SETRANGE32 (WM_USER + 6)
+#define PBM_GETRANGE (WM_USER + 7)
+#define PBM_GETPOS (WM_USER + 8)
+typedef struct {
+    int iLow;
+    int iHigh;
+} PBRANGE, *PPBRANGE;

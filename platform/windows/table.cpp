@@ -38,6 +38,11 @@ Win32Api MakeWindowsTable() {
     table.PathFileExistsW = ::PathFileExistsW;
     table.PathIsDirectoryW = ::PathIsDirectoryW;
     table.Sleep = ::Sleep;
+    // Copy engine
+    table.CopyFileW = ::CopyFileW;
+    table.CopyFileExW = ::CopyFileExW;
+    table.SHFileOperationW = ::SHFileOperationW;
+    table.TaskDialogIndirect = ::TaskDialogIndirect;
     return table;
 }
 

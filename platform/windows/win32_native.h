@@ -21,3 +21,5 @@
 #include <winioctl.h>
 #include <shlwapi.h>
 #include <tchar.h>
+#include <shellapi.h>
+#include <commctrl.h>

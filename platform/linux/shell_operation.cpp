@@ -1,0 +1,286 @@
+// SHFileOperationW: the shell's copy and delete of files and folder trees, with its questions put to the
+// host's dialog responder.
+//
+// Results, as the shell gives them:
+//   0                     everything asked for was done (files the user chose to skip included);
+//   ERROR_CANCELLED       the user cancelled at a question, or the question could not be shown;
+//                         fAnyOperationsAborted is set;
+//   ERROR_FILE_NOT_FOUND  a source without wildcards does not exist (checked before anything is done);
+//   DE_SAMEFILE           a file would be copied onto itself;
+//   DE_DESTSUBTREE        a folder would be copied into itself;
+//   DE_MANYDEST           FOF_MULTIDESTFILES with a to-list of another length than the from-list;
+//   DE_FLDDESTISFILE      a folder would be copied onto an existing file;
+//   DE_FILEDESTISFLD      a file would be copied onto an existing folder;
+//   ERROR_INVALID_PARAMETER  no record, no from-list, no to-list for a copy, an empty list;
+//   ERROR_NOT_SUPPORTED   a function other than FO_COPY and FO_DELETE, or FOF_ALLOWUNDO (there is no
+//                         recycle bin to move to);
+//   any other Win32 code  the error of the first copy, folder creation or deletion that failed; the
+//                         operation stops there, as the shell does once its error message is closed.
+#include <sys/stat.h>
+
+#include <vector>
+
+#include "internal.h"
+#include "scoped_handle.h"
+
+namespace vlx {
+
+namespace {
+
+struct ShellRun {
+    HWND owner;
+    FILEOP_FLAGS flags;
+    bool confirm() const { return (flags & FOF_NOCONFIRMATION) == 0; }
+};
+
+// The entries of a double-NUL-terminated list.
+std::vector<WString> SplitList(PCZZWSTR list) {
+    std::vector<WString> entries;
+    for (LPCWSTR at = list; *at != 0; at += WStrLen(at) + 1) entries.emplace_back(at);
+    return entries;
+}
+
+bool IsSeparator(WCHAR unit) { return unit == '\\' || unit == '/'; }
+
+WString NameOf(const WString& path) {
+    size_t end = path.size();
+    while (end > 0 && IsSeparator(path[end - 1])) --end;
+    size_t start = end;
+    while (start > 0 && !IsSeparator(path[start - 1])) --start;
+    return path.substr(start, end - start);
+}
+
+WString Join(const WString& folder, const WString& name) {
+    if (!folder.empty() && IsSeparator(folder.back())) return folder + name;
+    return folder + _T("\\") + name;
+}
+
+bool Exists(const WString& path, DWORD& attributes) {
+    attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES;
+}
+
+// One item of a from-entry: a path, and whether it is a folder.
+struct Item {
+    WString path;
+    bool isFolder;
+};
+
+// The items a from-entry stands for: the entries its wildcards match in its folder ("." and ".." never),
+// or the one path it names. False with the code to return when a plain path does not exist.
+bool Expand(const WString& entry, bool filesOnly, std::vector<Item>& items, bool& wildcard, int& code) {
+    const WString name = NameOf(entry);
+    wildcard = HasWildcard(name);
+    if (!wildcard) {
+        DWORD attributes;
+        if (!Exists(entry, attributes)) {
+            code = ERROR_FILE_NOT_FOUND;
+            return false;
+        }
+        items.push_back({entry, (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+        return true;
+    }
+    const WString folder = entry.substr(0, entry.size() - name.size());
+    WIN32_FIND_DATAW data;
+    ScopedFind find(FindFirstFileW(entry.c_str(), &data));
+    if (!find) return true;  // nothing matches: nothing to do for this entry
+    do {
+        const WString found = data.cFileName;
+        if (found == _T(".") || found == _T("..")) continue;
+        const bool isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (isFolder && filesOnly) continue;
+        items.push_back({folder + found, isFolder});
+    } while (FindNextFileW(find.get(), &data));
+    return true;
+}
+
+// Makes a folder and every missing one above it; 0 or the error.
+int MakeFolders(const WString& path) {
+    WString full;
+    if (!FullWin32Path(path.c_str(), full)) return static_cast<int>(LastError());
+    for (size_t at = 3; at <= full.size(); ++at) {
+        if (at < full.size() && full[at] != '\\') continue;
+        const WString level = full.substr(0, at);
+        DWORD attributes;
+        if (Exists(level, attributes)) {
+            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return ERROR_PATH_NOT_FOUND;
+            continue;
+        }
+        if (!CreateDirectoryW(level.c_str(), nullptr)) return static_cast<int>(LastError());
+    }
+    return 0;
+}
+
+bool SameEntry(const WString& a, const WString& b) {
+    ResolvedPath first, second;
+    if (!Resolve(a.c_str(), first) || !Resolve(b.c_str(), second) || !first.exists || !second.exists) return false;
+    struct stat x {}, y {};
+    return stat(first.hostPath.c_str(), &x) == 0 && stat(second.hostPath.c_str(), &y) == 0 && x.st_dev == y.st_dev &&
+           x.st_ino == y.st_ino;
+}
+
+// Whether inner is outer itself or lies below it, by their full paths.
+bool IsSameOrBelow(const WString& inner, const WString& outer) {
+    WString a, b;
+    if (!FullWin32Path(inner.c_str(), a) || !FullWin32Path(outer.c_str(), b)) return false;
+    while (a.size() > 3 && a.back() == '\\') a.pop_back();
+    while (b.size() > 3 && b.back() == '\\') b.pop_back();
+    if (a.size() < b.size() || !NamesEqualNoCase(a.substr(0, b.size()), b)) return false;
+    return a.size() == b.size() || a[b.size()] == '\\' || b.back() == '\\';
+}
+
+int CopyFolder(const ShellRun& run, const WString& source, const WString& target);
+
+int CopyOneFile(const ShellRun& run, const WString& source, const WString& target) {
+    DWORD attributes;
+    if (Exists(target, attributes)) {
+        if (attributes & FILE_ATTRIBUTE_DIRECTORY) return DE_FILEDESTISFLD;
+        if (SameEntry(source, target)) return DE_SAMEFILE;
+        if (run.confirm()) {
+            DialogRequest request;
+            request.kind = DialogKind::ShellReplaceFile;
+            request.owner = run.owner;
+            request.source = source;
+            request.target = target;
+            request.itemCount = 1;
+            const int answer = AskDialog(request);
+            if (answer == IDNO) return 0;
+            if (answer != IDYES) return ERROR_CANCELLED;
+        }
+        // Once the user (or FOF_NOCONFIRMATION) has agreed, a read-only target is replaced as well.
+        if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(target.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
+    } else {
+        const WString name = NameOf(target);
+        const WString parent = target.substr(0, target.size() - name.size());
+        if (const int made = MakeFolders(parent)) return made;
+    }
+    if (!CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0)) return static_cast<int>(LastError());
+    return 0;
+}
+
+int CopyItem(const ShellRun& run, const Item& item, const WString& target) {
+    return item.isFolder ? CopyFolder(run, item.path, target) : CopyOneFile(run, item.path, target);
+}
+
+// Copies the contents of source into target, making target first.
+int CopyFolder(const ShellRun& run, const WString& source, const WString& target) {
+    if (IsSameOrBelow(target, source)) return DE_DESTSUBTREE;
+    DWORD attributes;
+    if (Exists(target, attributes)) {
+        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return DE_FLDDESTISFILE;
+    } else if (const int made = MakeFolders(target)) {
+        return made;
+    }
+    std::vector<Item> children;
+    bool wildcard = false;
+    int code = 0;
+    // A folder link is followed as the folder it leads to; a loop of links ends when the paths outgrow
+    // MAX_PATH and the copy fails with that error.
+    if (!Expand(Join(source, _T("*")), false, children, wildcard, code)) return code;
+    for (const Item& child : children) {
+        if (const int result = CopyItem(run, child, Join(target, NameOf(child.path)))) return result;
+    }
+    return 0;
+}
+
+int RunCopy(const ShellRun& run, const std::vector<WString>& from, PCZZWSTR toList) {
+    if (toList == nullptr) return ERROR_INVALID_PARAMETER;
+    const std::vector<WString> to = SplitList(toList);
+    if (to.empty()) return ERROR_INVALID_PARAMETER;
+    const bool multiple = (run.flags & FOF_MULTIDESTFILES) != 0;
+    if (multiple && to.size() != from.size()) return DE_MANYDEST;
+
+    // Every source is looked at before anything is copied, so a missing one stops the whole operation.
+    std::vector<std::vector<Item>> items(from.size());
+    std::vector<bool> wildcards(from.size());
+    for (size_t i = 0; i < from.size(); ++i) {
+        bool wildcard = false;
+        int code = 0;
+        if (!Expand(from[i], (run.flags & FOF_FILESONLY) != 0, items[i], wildcard, code)) return code;
+        wildcards[i] = wildcard;
+    }
+    for (size_t i = 0; i < from.size(); ++i) {
+        const WString& destination = multiple ? to[i] : to[0];
+        // The to-entry is a folder to copy into when the source names several items (wildcards, or several
+        // sources for one destination) or is an existing folder; otherwise it is the copy's own name.
+        const bool intoFolder = wildcards[i] || (!multiple && from.size() > 1);
+        if (intoFolder) {
+            DWORD attributes;
+            if (Exists(destination, attributes) && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return DE_FLDDESTISFILE;
+            if (const int made = MakeFolders(destination)) return made;
+        }
+        for (const Item& item : items[i]) {
+            DWORD attributes;
+            const bool destinationIsFolder = Exists(destination, attributes) && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+            const bool into = intoFolder || (destinationIsFolder && !(multiple && item.isFolder));
+            const WString target = into ? Join(destination, NameOf(item.path)) : destination;
+            if (const int result = CopyItem(run, item, target)) return result;
+        }
+    }
+    return 0;
+}
+
+// Deletes a file, or a folder with everything in it; a link to a folder goes alone, not what it leads to.
+int DeleteTree(const WString& path, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+        std::vector<Item> children;
+        bool wildcard = false;
+        int code = 0;
+        if (!Expand(Join(path, _T("*")), false, children, wildcard, code)) return code;
+        for (const Item& child : children) {
+            DWORD childAttributes;
+            if (!Exists(child.path, childAttributes)) continue;
+            if (const int result = DeleteTree(child.path, childAttributes)) return result;
+        }
+    }
+    // The shell deletes read-only entries too, once the deletion is agreed.
+    if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
+    const BOOL removed = (attributes & FILE_ATTRIBUTE_DIRECTORY) ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str());
+    return removed ? 0 : static_cast<int>(LastError());
+}
+
+int RunDelete(const ShellRun& run, const std::vector<WString>& from) {
+    if (run.flags & FOF_ALLOWUNDO) return ERROR_NOT_SUPPORTED;
+    std::vector<Item> items;
+    for (const WString& entry : from) {
+        bool wildcard = false;
+        int code = 0;
+        if (!Expand(entry, (run.flags & FOF_FILESONLY) != 0, items, wildcard, code)) return code;
+    }
+    if (items.empty()) return 0;
+    if (run.confirm()) {
+        DialogRequest request;
+        request.kind = DialogKind::ShellDelete;
+        request.owner = run.owner;
+        request.target = items.front().path;
+        request.itemCount = items.size();
+        if (AskDialog(request) != IDYES) return ERROR_CANCELLED;
+    }
+    for (const Item& item : items) {
+        DWORD attributes;
+        if (!Exists(item.path, attributes)) continue;
+        if (const int result = DeleteTree(item.path, attributes)) return result;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation) {
+    if (operation == nullptr) return ERROR_INVALID_PARAMETER;
+    operation->fAnyOperationsAborted = FALSE;
+    if (operation->pFrom == nullptr) return ERROR_INVALID_PARAMETER;
+    const std::vector<WString> from = SplitList(operation->pFrom);
+    if (from.empty()) return ERROR_INVALID_PARAMETER;
+    const ShellRun run{operation->hwnd, operation->fFlags};
+    int result;
+    switch (operation->wFunc) {
+        case FO_COPY: result = RunCopy(run, from, operation->pTo); break;
+        case FO_DELETE: result = RunDelete(run, from); break;
+        default: return ERROR_NOT_SUPPORTED;
+    }
+    if (result == ERROR_CANCELLED) operation->fAnyOperationsAborted = TRUE;
+    return result;
+}
+
+}  // namespace vlx
