@@ -10,6 +10,7 @@
 #pragma once
 
 #include <afx.h>
+#include <afxcmn.h>
 #include <afxcoll.h>
 #include <afxwin.h>
 
@@ -57,3 +58,27 @@ public:
     CVelmora& operator=(const CVelmora& other);
     CVelmora& operator=(CVelmora&& other);
 };
+
+// ---- Copy engine: shell copy, multi-source copy, direct copy, folder creation and deletion.
+
+// Copies a file, or the contents of a folder, to a destination folder through the shell's file operation.
+VELMORA_EXPORT BOOL CopyFiles(CString source, CString destination, BOOL silent, WORD extraFlags, HWND owner);
+// As CopyFiles, rebuilding the source's folder name or whole path under the destination when asked, copying
+// single files up to directCopyLimit bytes directly with a replace/skip/cancel prompt when silent is 0, and
+// writing why the call ended through detailCode.
+VELMORA_EXPORT BOOL CopyFilesEx(CString source, CString destination, int silent, WORD extraFlags, BOOL withFolderName,
+                                BOOL withFullPath, ULONGLONG directCopyLimit, int* detailCode, HWND owner);
+// Copies a list of files and folders to one destination in a single shell file operation.
+VELMORA_EXPORT BOOL CopyFilesMultiEx(CStringArray* sources, CString destination, BOOL silent, WORD extraFlags,
+                                     BOOL withFolderName, BOOL withFullPath, int* detailCode, HWND owner);
+// Copies a file or a folder tree file by file, drawing each file's progress into progress (may be null) and
+// stopping a running file copy when *cancel becomes non-zero; extensionFilter (".jpg.png") limits the files.
+VELMORA_EXPORT BOOL CopyFilesNoneShell(CString source, CString destination, BOOL* cancel, CProgressCtrl* progress,
+                                       CString extensionFilter);
+// Makes a folder and every missing folder above it.
+VELMORA_EXPORT BOOL CreateFolders(CString path);
+// Deletes a folder with everything in it for good, through the shell; quietly when silent is 1.
+VELMORA_EXPORT BOOL DeleteFolders(CString path, BOOL silent, HWND owner);
+
+// Declared here until the file-facts family brings it: the size in bytes of an existing file.
+VELMORA_EXPORT BOOL GetFileLength(CString path, ULONGLONG* length);

@@ -86,7 +86,8 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
 
     if (!HasWildcard(namePattern)) {
         if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
-        find->entries.push_back({namePattern, resolved.hostPath, false});
+        // The name as stored, whatever case the pattern wrote it in.
+        find->entries.push_back({resolved.components.back(), resolved.hostPath, false});
     } else {
         DIR* dir = opendir(folder.c_str());
         if (dir == nullptr) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
