@@ -19,25 +19,23 @@ BOOL PathEntryExists(const CString& path) {
 // Each level is tried first; only when that fails is the parent looked at, made the same way, and the
 // level tried once more. The climb is a loop rather than a recursion so that a path of thousands of
 // backslashes cannot exhaust the stack; the calls made and their order are those of the recursion.
+// Every level is a prefix of path, so the levels waiting for their parent are kept as lengths.
 BOOL CreateFolders(CString path) {
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
-        std::vector<CString> pending;  // levels that failed at the first try, deepest first
-        CString level = path;
+        std::vector<int> pending;  // lengths of the levels that failed at the first try, deepest first
+        int length = path.GetLength();
         for (;;) {
+            const CString level = path.Left(length);
             const int slash = level.ReverseFind(_T('\\'));
             if (slash < 0) return FALSE;
             if (sys().CreateDirectoryW(level, nullptr)) break;
-            const CString parent = level.Left(slash);
             // The level is taken to exist already (or to fail for a reason its caller will see).
-            if (PathEntryExists(parent)) {
-                if (pending.empty()) return TRUE;
-                break;
-            }
-            pending.push_back(level);
-            level = parent;
+            if (PathEntryExists(level.Left(slash))) break;
+            pending.push_back(length);
+            length = slash;
         }
         for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
-            if (!sys().CreateDirectoryW(*it, nullptr)) return FALSE;
+            if (!sys().CreateDirectoryW(path.Left(*it), nullptr)) return FALSE;
         }
         return TRUE;
     });
