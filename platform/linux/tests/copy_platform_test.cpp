@@ -1,0 +1,360 @@
+// The Linux platform's copy services: CopyFileExW, SHFileOperationW, TaskDialogIndirect and the progress bar.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "../../../tests/support/copy_support.h"
+#include "../desktop.h"
+
+namespace {
+
+using namespace testing_support;
+namespace fs = std::filesystem;
+
+std::string Read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// ---- CopyFileExW
+
+struct ProgressCall {
+    LONGLONG total, done, streamSize, streamDone;
+    DWORD stream, reason;
+    bool handles;
+    friend bool operator==(const ProgressCall&, const ProgressCall&) = default;
+};
+
+struct Script {
+    std::vector<ProgressCall> calls;
+    DWORD answerAt = ~0u;  // the call (counted from 0) that answers with answer
+    DWORD answer = PROGRESS_CONTINUE;
+};
+
+DWORD CALLBACK RecordProgress(LARGE_INTEGER total, LARGE_INTEGER done, LARGE_INTEGER streamSize, LARGE_INTEGER streamDone,
+                              DWORD stream, DWORD reason, HANDLE source, HANDLE target, LPVOID data) {
+    auto* script = static_cast<Script*>(data);
+    script->calls.push_back({total.QuadPart, done.QuadPart, streamSize.QuadPart, streamDone.QuadPart, stream, reason,
+                             source != nullptr && target != nullptr});
+    return script->calls.size() - 1 == script->answerAt ? script->answer : PROGRESS_CONTINUE;
+}
+
+class CopyFilePlatform : public HostFolderTest {
+protected:
+    BOOL Copy(const std::string& from, const std::string& to, Script* script = nullptr, BOOL* cancel = nullptr, DWORD flags = 0) {
+        sys().SetLastError(kJunkError);
+        return sys().CopyFileExW(Win(from), Win(to), script ? RecordProgress : nullptr, script, cancel, flags);
+    }
+};
+
+TEST_F(CopyFilePlatform, ReportsAStreamSwitchThenEveryChunkWithTheFilesTotals) {
+    const LONGLONG size = (2 << 20) + 512;
+    WriteFile("a.bin", std::string(static_cast<size_t>(size), 'a'));
+    Script script;
+    EXPECT_EQ(Copy("a.bin", "b.bin", &script), TRUE);
+    const LONGLONG mib = 1 << 20;
+    EXPECT_EQ(script.calls, (std::vector<ProgressCall>{{size, 0, size, 0, 1, CALLBACK_STREAM_SWITCH, true},
+                                                       {size, mib, size, mib, 1, CALLBACK_CHUNK_FINISHED, true},
+                                                       {size, 2 * mib, size, 2 * mib, 1, CALLBACK_CHUNK_FINISHED, true},
+                                                       {size, size, size, size, 1, CALLBACK_CHUNK_FINISHED, true}}));
+    EXPECT_EQ(Read(Host("b.bin")), Read(Host("a.bin")));
+}
+
+TEST_F(CopyFilePlatform, CarriesAttributesAndTheLastWriteTimeOver) {
+    WriteFile("a.txt", "a");
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("a.txt"), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    struct timespec times[2] = {{0, UTIME_OMIT}, {1000000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, Host("a.txt").c_str(), times, 0), 0);
+    EXPECT_EQ(Copy("a.txt", "b.txt"), TRUE);
+    EXPECT_EQ(sys().GetFileAttributesW(Win("b.txt")), static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    struct stat status {};
+    ASSERT_EQ(stat(Host("b.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mtim.tv_sec, 1000000000);
+}
+
+TEST_F(CopyFilePlatform, ReplacesUnlessToldToFail) {
+    WriteFile("a.txt", "new");
+    WriteFile("b.txt", "old");
+    EXPECT_EQ(Copy("a.txt", "b.txt", nullptr, nullptr, COPY_FILE_FAIL_IF_EXISTS), FALSE);
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
+    EXPECT_EQ(Read(Host("b.txt")), "old");
+    EXPECT_EQ(sys().CopyFileW(Win("a.txt"), Win("b.txt"), FALSE), TRUE);
+    EXPECT_EQ(Read(Host("b.txt")), "new");
+}
+
+TEST_F(CopyFilePlatform, FailsAsWindowsDoes) {
+    WriteFile("a.txt", "a");
+    MakeFolder("folder");
+    WriteFile("ro.txt", "r");
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY));
+    struct Case {
+        const char* from;
+        const char* to;
+        DWORD error;
+    };
+    const Case cases[] = {
+        {"missing.txt", "b.txt", ERROR_FILE_NOT_FOUND},
+        {"a.txt", "nowhere\\b.txt", ERROR_PATH_NOT_FOUND},
+        {"folder", "b", ERROR_ACCESS_DENIED},
+        {"a.txt", "folder", ERROR_ACCESS_DENIED},
+        {"a.txt", "ro.txt", ERROR_ACCESS_DENIED},
+        {"a.txt", "A.TXT", ERROR_SHARING_VIOLATION},  // onto itself: refused before anything is truncated
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(Copy(c.from, c.to), FALSE) << c.from << " -> " << c.to;
+        EXPECT_EQ(sys().GetLastError(), c.error) << c.from << " -> " << c.to;
+    }
+    EXPECT_EQ(Read(Host("a.txt")), "a");
+    EXPECT_EQ(Read(Host("ro.txt")), "r");
+}
+
+TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
+    WriteFile("a.bin", std::string(3 << 20, 'a'));
+    struct Case {
+        DWORD answerAt, answer;
+        bool keepsPartial;
+    };
+    const Case cases[] = {{0, PROGRESS_CANCEL, false}, {1, PROGRESS_CANCEL, false}, {1, PROGRESS_STOP, true}};
+    for (const Case& c : cases) {
+        Script script;
+        script.answerAt = c.answerAt;
+        script.answer = c.answer;
+        EXPECT_EQ(Copy("a.bin", "b.bin", &script), FALSE);
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+        EXPECT_EQ(fs::exists(Host("b.bin")), c.keepsPartial);
+        fs::remove(Host("b.bin"));
+    }
+    BOOL cancel = TRUE;
+    EXPECT_EQ(Copy("a.bin", "b.bin", nullptr, &cancel), FALSE);
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+    EXPECT_FALSE(fs::exists(Host("b.bin")));
+}
+
+TEST_F(CopyFilePlatform, QuietStopsTheCallsButNotTheCopy) {
+    WriteFile("a.bin", std::string(3 << 20, 'a'));
+    Script script;
+    script.answerAt = 0;
+    script.answer = PROGRESS_QUIET;
+    EXPECT_EQ(Copy("a.bin", "b.bin", &script), TRUE);
+    EXPECT_EQ(script.calls.size(), 1u);
+    EXPECT_EQ(fs::file_size(Host("b.bin")), static_cast<uintmax_t>(3 << 20));
+}
+
+// ---- SHFileOperationW
+
+class ShellPlatform : public HostFolderTest {
+protected:
+    int Run(UINT function, const std::string& from, const std::string& to, FILEOP_FLAGS flags, BOOL* aborted = nullptr) {
+        const CString fromList = ToList(from);
+        const CString toList = ToList(to);
+        SHFILEOPSTRUCTW operation{};
+        operation.wFunc = function;
+        operation.pFrom = fromList;
+        operation.pTo = toList;
+        operation.fFlags = flags;
+        const int result = sys().SHFileOperationW(&operation);
+        if (aborted != nullptr) *aborted = operation.fAnyOperationsAborted;
+        return result;
+    }
+    // "a|b" as the list "T:\a\0T:\b\0\0"; a part starting with '!' is taken as it stands.
+    CString ToList(const std::string& parts) const {
+        CString list;
+        size_t at = 0;
+        while (at < parts.size()) {
+            size_t end = parts.find('|', at);
+            if (end == std::string::npos) end = parts.size();
+            const std::string part = parts.substr(at, end - at);
+            list += part[0] == '!' ? W(part.substr(1)) : Win(part);
+            list += _T('\0');
+            at = end + 1;
+        }
+        return list;
+    }
+};
+
+TEST_F(ShellPlatform, CopiesAFoldersContentsIntoAFolderItMakes) {
+    WriteFile("src/a.txt", "a");
+    WriteFile("src/sub/b.txt", "b");
+    MakeFolder("src/empty");
+    EXPECT_EQ(Run(FO_COPY, "src\\*.*", "new\\bk", FOF_NOCONFIRMATION), 0);
+    EXPECT_EQ(Read(Host("new/bk/a.txt")), "a");
+    EXPECT_EQ(Read(Host("new/bk/sub/b.txt")), "b");
+    EXPECT_TRUE(fs::is_directory(Host("new/bk/empty")));
+}
+
+TEST_F(ShellPlatform, AToEntryIsAFolderWhenItIsOneAndTheTargetNameOtherwise) {
+    WriteFile("a.txt", "a");
+    MakeFolder("into");
+    EXPECT_EQ(Run(FO_COPY, "a.txt", "into", 0), 0);
+    EXPECT_EQ(Read(Host("into/a.txt")), "a");
+    EXPECT_EQ(Run(FO_COPY, "a.txt", "named\\b.txt", 0), 0);
+    EXPECT_EQ(Read(Host("named/b.txt")), "a");
+    // Two backslashes before the name are one separator.
+    EXPECT_EQ(Run(FO_COPY, "a.txt", "bk\\\\a.txt", 0), 0);
+    EXPECT_EQ(Read(Host("bk/a.txt")), "a");
+}
+
+TEST_F(ShellPlatform, MultipleDestinationsPairEachSourceWithItsTarget) {
+    WriteFile("a.txt", "a");
+    WriteFile("x/data/one.txt", "1");
+    EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk\\first.txt|bk\\data", FOF_MULTIDESTFILES), 0);
+    EXPECT_EQ(Read(Host("bk/first.txt")), "a");
+    EXPECT_EQ(Read(Host("bk/data/one.txt")), "1");
+    EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk", FOF_MULTIDESTFILES), DE_MANYDEST);
+}
+
+TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
+    struct Case {
+        int answer;
+        FILEOP_FLAGS flags;
+        int result;
+        BOOL aborted;
+        const char* content;
+        int asked;
+    };
+    const Case cases[] = {
+        {IDYES, 0, 0, FALSE, "new", 1},
+        {IDNO, 0, 0, FALSE, "old", 1},
+        {IDCANCEL, 0, ERROR_CANCELLED, TRUE, "old", 1},
+        {vlx::kDialogCannotBeShown, 0, ERROR_CANCELLED, TRUE, "old", 1},
+        {IDNO, FOF_NOCONFIRMATION, 0, FALSE, "new", 0},
+    };
+    for (const Case& c : cases) {
+        WriteFile("src/a.txt", "new");
+        WriteFile("bk/a.txt", "old");
+        int asked = 0;
+        ScopedResponder user([&](const vlx::DialogRequest& request) {
+            ++asked;
+            EXPECT_EQ(request.kind, vlx::DialogKind::ShellReplaceFile);
+            EXPECT_EQ(U(request.source.c_str()), "T:\\src\\a.txt");
+            EXPECT_EQ(U(request.target.c_str()), "T:\\bk\\a.txt");
+            return c.answer;
+        });
+        BOOL aborted = -1;
+        EXPECT_EQ(Run(FO_COPY, "src\\*.*", "bk", c.flags, &aborted), c.result) << c.answer;
+        EXPECT_EQ(aborted, c.aborted) << c.answer;
+        EXPECT_EQ(Read(Host("bk/a.txt")), c.content) << c.answer;
+        EXPECT_EQ(asked, c.asked);
+    }
+}
+
+TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
+    WriteFile("a.txt", "a");
+    MakeFolder("src/sub");
+    WriteFile("file", "f");
+    struct Case {
+        UINT function;
+        const char* from;
+        const char* to;
+        int result;
+    };
+    const Case cases[] = {
+        {FO_COPY, "missing.txt", "bk", ERROR_FILE_NOT_FOUND},
+        {FO_COPY, "a.txt|missing.txt", "bk", ERROR_FILE_NOT_FOUND},  // checked before anything is copied
+        {FO_COPY, "a.txt", "a.txt", DE_SAMEFILE},
+        {FO_COPY, "src\\*.*", "src\\sub\\deeper", DE_DESTSUBTREE},
+        {FO_COPY, "src\\*.*", "file", DE_FLDDESTISFILE},
+        {FO_MOVE, "a.txt", "bk", ERROR_NOT_SUPPORTED},
+        {FO_DELETE, "src", "", ERROR_NOT_SUPPORTED},  // with FOF_ALLOWUNDO below
+    };
+    for (const Case& c : cases) {
+        const FILEOP_FLAGS flags = FOF_NOCONFIRMATION | (c.function == FO_DELETE ? FOF_ALLOWUNDO : 0);
+        EXPECT_EQ(Run(c.function, c.from, c.to, flags), c.result) << c.from << " -> " << c.to;
+    }
+    EXPECT_FALSE(fs::exists(Host("bk")));
+    EXPECT_TRUE(fs::exists(Host("src/sub")));
+    EXPECT_EQ(sys().SHFileOperationW(nullptr), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {
+    WriteFile("tree/a.txt", "a");
+    WriteFile("tree/sub/ro.txt", "r");
+    chmod(Host("tree/sub/ro.txt").c_str(), 0444);
+    WriteFile("kept/k.txt", "k");
+    ASSERT_EQ(symlink(Host("kept").c_str(), Host("tree/link").c_str()), 0);
+    std::vector<int> answers{IDNO, IDYES};
+    ScopedResponder user([&](const vlx::DialogRequest& request) {
+        EXPECT_EQ(request.kind, vlx::DialogKind::ShellDelete);
+        const int answer = answers.front();
+        answers.erase(answers.begin());
+        return answer;
+    });
+    BOOL aborted = FALSE;
+    EXPECT_EQ(Run(FO_DELETE, "tree", "!", 0, &aborted), ERROR_CANCELLED);
+    EXPECT_EQ(aborted, TRUE);
+    EXPECT_TRUE(fs::exists(Host("tree/a.txt")));
+    EXPECT_EQ(Run(FO_DELETE, "tree", "!", 0), 0);
+    EXPECT_FALSE(fs::exists(Host("tree")));
+    EXPECT_EQ(Read(Host("kept/k.txt")), "k");
+}
+
+// ---- TaskDialogIndirect
+
+TEST(TaskDialogPlatform, FailsWithoutAResponderOrWithABadConfiguration) {
+    TASKDIALOG_BUTTON button{100, _T("go")};
+    TASKDIALOGCONFIG config{};
+    config.cbSize = sizeof config;
+    config.cButtons = 1;
+    config.pButtons = &button;
+    int pressed = 12345;
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(pressed, 0);
+
+    ScopedResponder user([](const vlx::DialogRequest&) { return IDCANCEL; });
+    // Esc is no answer for a dialog that may not be cancelled.
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_FAIL);
+    config.dwFlags = TDF_ALLOW_DIALOG_CANCELLATION;
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), S_OK);
+    EXPECT_EQ(pressed, IDCANCEL);
+    config.cbSize = 12;
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_INVALIDARG);
+    EXPECT_EQ(sys().TaskDialogIndirect(nullptr, &pressed, nullptr, nullptr), E_INVALIDARG);
+}
+
+TEST(TaskDialogPlatform, AcceptsOnlyTheButtonsTheDialogHas) {
+    TASKDIALOGCONFIG config{};
+    config.cbSize = sizeof config;
+    config.dwCommonButtons = TDCBF_YES_BUTTON | TDCBF_NO_BUTTON;
+    int answer = IDYES;
+    ScopedResponder user([&](const vlx::DialogRequest&) { return answer; });
+    int pressed = 0;
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), S_OK);
+    EXPECT_EQ(pressed, IDYES);
+    answer = IDOK;
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_FAIL);
+    config.dwCommonButtons = 0;  // no button at all shows OK
+    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), S_OK);
+    EXPECT_EQ(pressed, IDOK);
+}
+
+// ---- The progress bar
+
+TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
+    CProgressCtrl bar;
+    ASSERT_TRUE(bar.Create(WS_CHILD, RECT{0, 0, 100, 10}, nullptr, 7));
+    EXPECT_EQ(vlx::WindowClassName(bar.GetSafeHwnd()), WString(PROGRESS_CLASSW));
+    int low = -1, high = -1;
+    bar.GetRange(low, high);
+    EXPECT_EQ(low, 0);
+    EXPECT_EQ(high, 100);
+    EXPECT_EQ(bar.SendMessage(PBM_SETRANGE, 0, MAKELPARAM(10, 50)), MAKELONG(0, 100));
+    bar.GetRange(low, high);
+    EXPECT_EQ(low, 10);
+    EXPECT_EQ(high, 50);
+    EXPECT_EQ(bar.SetPos(30), 10);  // the position was pulled up into the new range
+    EXPECT_EQ(bar.GetPos(), 30);
+    bar.SetPos(99);
+    EXPECT_EQ(bar.GetPos(), 50);
+    bar.SetRange(0, 100);
+    EXPECT_EQ(bar.SetPos(-5), 50);
+    EXPECT_EQ(bar.GetPos(), 0);
+    EXPECT_EQ(bar.SendMessage(PBM_GETRANGE, TRUE, 0), 0);
+    EXPECT_EQ(bar.SendMessage(PBM_GETRANGE, FALSE, 0), 100);
+    bar.SetStep(60);
+    bar.StepIt();
+    bar.StepIt();  // past the top: starts again from the bottom
+    EXPECT_EQ(bar.GetPos(), 20);
+}
+
+}  // namespace
