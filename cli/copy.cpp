@@ -88,13 +88,20 @@ void InstallTerminalResponder() {
         switch (request.kind) {
             case vlx::DialogKind::TaskDialog: return AskTaskDialog(*request.taskDialog);
             case vlx::DialogKind::ShellReplaceFile:
-                return AskYesNoCancel("\n" + Printable(request.target.c_str()) + " exists. Replace it with " +
-                                          Printable(request.source.c_str()) + "?",
-                                      true);
+            {
+                std::string question = "\n";
+                question += Printable(request.target.c_str());
+                question += " exists. Replace it with ";
+                question += Printable(request.source.c_str());
+                question += "?";
+                return AskYesNoCancel(question, true);
+            }
             case vlx::DialogKind::ShellDelete: {
-                std::string what = Printable(request.target.c_str());
-                if (request.itemCount > 1) what += " and " + std::to_string(request.itemCount - 1) + " more";
-                return AskYesNoCancel("Delete " + what + " for good?", false);
+                std::string question = "Delete ";
+                question += Printable(request.target.c_str());
+                if (request.itemCount > 1) question += " and " + std::to_string(request.itemCount - 1) + " more";
+                question += " for good?";
+                return AskYesNoCancel(question, false);
             }
         }
         return vlx::kDialogCannotBeShown;
