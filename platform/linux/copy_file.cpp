@@ -1,5 +1,6 @@
 // CopyFileW and CopyFileExW: one file copied in chunks, with the progress routine called as Windows calls
 // it, a cancel flag another thread may set, and no partial target left behind when the copy stops.
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -58,14 +59,18 @@ ssize_t CopyRange(int from, int to, off_t offset, size_t count, std::vector<char
 BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                         DWORD flags) {
     if (existing == nullptr || newName == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const DWORD attributes = GetFileAttributesW(existing);
-    if (attributes == INVALID_FILE_ATTRIBUTES) return FALSE;
-    if (attributes & FILE_ATTRIBUTE_DIRECTORY) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (IsCancelled(cancel)) return Fail(ERROR_REQUEST_ABORTED, FALSE);
 
+    // A folder cannot be opened without backup semantics, so a folder source fails with
+    // ERROR_ACCESS_DENIED here, as CopyFileExW fails for one.
     ScopedHandle source(CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!source) return FALSE;
+    const auto from = LookupHandleAs<FileObject>(source.get());
+    struct stat sourceStatus {};
+    if (fstat(from->fd, &sourceStatus) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    const DWORD attributes = HostAttributes(from->hostPath, sourceStatus, false);
+
     // Opened for writing while the source is open without write sharing, so copying a file onto itself
     // fails with ERROR_SHARING_VIOLATION before anything is truncated. A hidden or system target may
     // only be replaced by a file that is hidden or system as well.
@@ -73,7 +78,6 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, 0, nullptr, disposition,
                                     attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM), nullptr));
     if (!target) return FALSE;
-    const auto from = LookupHandleAs<FileObject>(source.get());
     const auto to = LookupHandleAs<FileObject>(target.get());
     const std::string targetHostPath = to->hostPath;
 
@@ -84,9 +88,7 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
         return Fail(error, FALSE);
     };
 
-    struct stat status {};
-    if (fstat(from->fd, &status) != 0) return abandon(Win32ErrorFromErrno(errno));
-    const LONGLONG total = status.st_size;
+    const LONGLONG total = sourceStatus.st_size;
     bool quiet = progress == nullptr;
     // The answer of the routine: true to go on.
     auto report = [&](DWORD reason, LONGLONG done, bool& keepPartial) {
@@ -118,13 +120,14 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
         }
     }
 
-    FILETIME written{};
-    if (!GetFileTime(source.get(), nullptr, nullptr, &written) || !SetFileTime(target.get(), nullptr, nullptr, &written))
-        return abandon(LastError());
+    // The last-write time goes over as it is; the access time is the copy's own.
+    const struct timespec times[2] = {{0, UTIME_OMIT}, sourceStatus.st_mtim};
+    struct stat targetStatus {};
+    if (futimens(to->fd, times) != 0 || fstat(to->fd, &targetStatus) != 0) return abandon(Win32ErrorFromErrno(errno));
     target.reset();
     source.reset();
     // Read-only comes last, once nothing more is written to the copy.
-    if (!SetFileAttributesW(newName, attributes)) return FALSE;
+    if (!WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }
