@@ -17,3 +17,22 @@ head -c 100000 /dev/urandom > "$work/data/pics/photo.jpg"
 
 echo "Sample data in $work/data, mapped as drive D:"
 show --map "D=$work/data" --help
+
+# ---- Copy engine: a direct copy with its progress bar, a filtered copy, the shell way with the overwrite
+# question answered on the terminal, folders made and deleted.
+head -c 6000000 /dev/urandom > "$work/data/pics/movie.bin"
+echo
+echo "Copy engine: D:\\pics copied file by file to E:\\backup, each file's progress drawn as a bar"
+mkdir -p "$work/e"
+show --map "D=$work/data" --map "E=$work/e" copy 'D:\pics' 'E:\backup'
+show --map "D=$work/data" --map "E=$work/e" copy --filter .jpg.png 'D:\pics' 'E:\pictures'
+echo
+echo "The shell way, with the folder's own name; the existing readme.txt asks before it is replaced (answer: s)"
+show --map "D=$work/data" --map "E=$work/e" copy --shell --with-folder-name --silent 'D:\docs' 'E:\shell'
+printf 's\n' | "$velmora" --map "D=$work/data" --map "E=$work/e" copy --shell --direct-limit 1000 'D:\docs\readme.txt' 'E:\shell\docs' \
+  || echo "(exit $?)"
+show --map "E=$work/e" mkdir 'E:\made\a\b\c'
+show --map "E=$work/e" rmdir --silent 'E:\made'
+echo
+echo "What E: holds now:"
+(cd "$work/e" && find . | sort)
