@@ -85,8 +85,6 @@ std::string FormatUtc(__time64_t time) {
     return text;
 }
 
-const char* KindName(int kind) { return kind == 2 ? "folder" : "file"; }
-
 int RunStat(const std::vector<std::string>& args);
 
 const Command kStat = {
@@ -94,21 +92,25 @@ const Command kStat = {
     "show the kind, size, time stamps and hard links of a path",
     "stat PATH\n"
     "  Prints the kind (file or folder), the size in bytes, the creation, last-write and last-access\n"
-    "  times in UTC, and for a file its number of names with each name. A drive root has no directory\n"
-    "  entry of its own, so its size and times are shown as unknown. Exit 1 when the path does not exist.",
+    "  times in UTC, and for a file its number of names with each name. A pattern (D:\\logs\\*.log) shows\n"
+    "  its first match's size and times. A drive root has no directory entry of its own, so its size and\n"
+    "  times are shown as unknown. Exit 1 when the path does not exist.",
     RunStat,
 };
 
 int RunStat(const std::vector<std::string>& args) {
     if (args.size() != 1) return UsageError(kStat, "give exactly one path");
     const CString path = LibraryPath(args[0]);
-    const int kind = GetPathIsFileOrFolder(path);
-    if (kind == -1) return Fail(kStat, "no such file or folder: " + Printable(path));
-    std::printf("path      %s\n", Printable(path).c_str());
-    std::printf("kind      %s\n", KindName(kind));
-
+    // A pattern is no path of its own: its first match answers for the size and the times.
+    const bool isPattern = Printable(path).find_first_of("*?") != std::string::npos;
     ULONGLONG length = 0;
-    if (GetFileLength(path, &length)) std::printf("size      %" PRIu64 " bytes\n", static_cast<uint64_t>(length));
+    const bool hasEntry = GetFileLength(path, &length) == 1;
+    const int kind = isPattern ? 0 : GetPathIsFileOrFolder(path);
+    if (isPattern ? !hasEntry : kind == -1) return Fail(kStat, "no such file or folder: " + Printable(path));
+
+    std::printf("path      %s\n", Printable(path).c_str());
+    std::printf("kind      %s\n", isPattern ? "pattern (its first match is shown)" : kind == 2 ? "folder" : "file");
+    if (hasEntry) std::printf("size      %" PRIu64 " bytes\n", static_cast<uint64_t>(length));
     else std::printf("size      unknown\n");
     __time64_t created = 0, written = 0, accessed = 0;
     if (GetFileDate(path, &created, &written, &accessed)) {
@@ -117,7 +119,7 @@ int RunStat(const std::vector<std::string>& args) {
     } else {
         std::printf("created   unknown\nwritten   unknown\naccessed  unknown\n");
     }
-
+    if (isPattern) return kExitOk;
     if (kind == 2) {
         std::printf("links     (a folder has one name)\n");
         return kExitOk;
