@@ -60,6 +60,8 @@ int RunAttrib(const std::vector<std::string>& args) {
         changes.push_back(change);
     }
     const CString path = LibraryPath(args[0]);
+    if (!GetFileProperty(path, nullptr, nullptr, nullptr, nullptr, nullptr))
+        return Fail(kAttrib, "cannot read the attributes of " + Printable(path));
     int result = kExitOk;
     for (const FlagChange* change : changes) {
         if (change->apply(path, change->value) != 1) result = Fail(kAttrib, std::string(change->failure) + ": " + Printable(path));
