@@ -10,6 +10,19 @@ void StoreFlag(int* flag, DWORD word, DWORD bit) {
     if (flag != nullptr) *flag = (word & bit) != 0 ? 1 : 0;
 }
 
+// The places of the flags among GetFileProperty's outputs.
+enum FlagSlot { kReadOnlySlot, kCompressedSlot, kHiddenSlot, kSystemSlot, kEncryptedSlot, kSlotCount };
+
+// The single-flag getters are GetFileProperty with their pointer in its slot and null in the others. The
+// flag is required: without it nothing is read.
+int GetOneFlag(const CString& path, int* flag, FlagSlot slot) {
+    if (flag == nullptr) return 0;
+    int* outputs[kSlotCount] = {};
+    outputs[slot] = flag;
+    return GetFileProperty(CString(path), outputs[kReadOnlySlot], outputs[kCompressedSlot], outputs[kHiddenSlot],
+                           outputs[kSystemSlot], outputs[kEncryptedSlot]);
+}
+
 // The three setters change one bit and write the whole word back, so that every other bit (folder,
 // archive, compressed and the rest) goes back exactly as it was read.
 int SetAttributeBit(const CString& path, DWORD bit, int set) {
@@ -68,31 +81,19 @@ VELMORA_EXPORT int GetFileProperty(CString path, int* readOnly, int* compressed,
 }
 
 VELMORA_EXPORT int GetReadOnlyFlag(CString path, int* flag) {
-    return VelmoraGuardedCall(0, [&] {
-        if (flag == nullptr) return 0;
-        return GetFileProperty(CString(path), flag, nullptr, nullptr, nullptr, nullptr);
-    });
+    return VelmoraGuardedCall(0, [&] { return GetOneFlag(path, flag, kReadOnlySlot); });
 }
 
 VELMORA_EXPORT int GetCompressNtfs(CString path, int* flag) {
-    return VelmoraGuardedCall(0, [&] {
-        if (flag == nullptr) return 0;
-        return GetFileProperty(CString(path), nullptr, flag, nullptr, nullptr, nullptr);
-    });
+    return VelmoraGuardedCall(0, [&] { return GetOneFlag(path, flag, kCompressedSlot); });
 }
 
 VELMORA_EXPORT int GetHiddenFlag(CString path, int* flag) {
-    return VelmoraGuardedCall(0, [&] {
-        if (flag == nullptr) return 0;
-        return GetFileProperty(CString(path), nullptr, nullptr, flag, nullptr, nullptr);
-    });
+    return VelmoraGuardedCall(0, [&] { return GetOneFlag(path, flag, kHiddenSlot); });
 }
 
 VELMORA_EXPORT int GetSystemFlag(CString path, int* flag) {
-    return VelmoraGuardedCall(0, [&] {
-        if (flag == nullptr) return 0;
-        return GetFileProperty(CString(path), nullptr, nullptr, nullptr, flag, nullptr);
-    });
+    return VelmoraGuardedCall(0, [&] { return GetOneFlag(path, flag, kSystemSlot); });
 }
 
 VELMORA_EXPORT int SetReadOnlyFlag(CString path, int set) {
