@@ -41,9 +41,8 @@ int ApplyCompressionState(const CString& path, DWORD word, USHORT state) {
                                         OPEN_EXISTING, flags, nullptr));
     if (!file) return 0;
     DWORD returned = 0;
-    return sys().DeviceIoControl(file.get(), FSCTL_SET_COMPRESSION, &state, sizeof state, nullptr, 0, &returned, nullptr)
-               ? 1
-               : 0;
+    const BOOL changed = sys().DeviceIoControl(file.get(), FSCTL_SET_COMPRESSION, &state, sizeof state, nullptr, 0, &returned, nullptr);
+    return changed ? 1 : 0;
 }
 
 // Sets the read-only flag again when it leaves scope, whether the change between succeeded, failed or
