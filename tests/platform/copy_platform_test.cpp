@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
-#include "../../../tests/support/copy_support.h"
-#include "../desktop.h"
+#include "../../platform/linux/desktop.h"
+#include "../support/copy_support.h"
 
 namespace {
 
