@@ -85,6 +85,47 @@ void FileProperties(HMODULE module) {
     DeleteFileW(file);
 }
 
+// The copy engine against a real Win32 file system and shell, quietly (no dialog may come up here).
+void CopyEngine(HMODULE module) {
+    auto createFolders = EXPORT(module, CreateFolders);
+    auto copyDirect = EXPORT(module, CopyFilesNoneShell);
+    auto copyShell = EXPORT(module, CopyFiles);
+    auto copyEx = EXPORT(module, CopyFilesEx);
+    EXPORT(module, CopyFilesMultiEx);  // found by name; a CStringArray needs the MFC subset this program does not link
+    auto deleteFolders = EXPORT(module, DeleteFolders);
+    if (!createFolders || !copyDirect || !copyShell || !copyEx || !deleteFolders) return;
+
+    wchar_t temp[MAX_PATH], root[MAX_PATH], source[MAX_PATH], file[MAX_PATH], target[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    std::swprintf(root, MAX_PATH, L"%lsvelmora-smoke-copy", temp);
+    std::swprintf(source, MAX_PATH, L"%ls\\src\\sub", root);
+    Check(createFolders(CString(source)) == 1, "CreateFolders makes every missing level");
+    std::swprintf(file, MAX_PATH, L"%ls\\src\\a.txt", root);
+    HANDLE handle = CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    WriteFile(handle, "hello", 5, &written, nullptr);
+    CloseHandle(handle);
+
+    std::swprintf(source, MAX_PATH, L"%ls\\src", root);
+    std::swprintf(target, MAX_PATH, L"%ls\\direct", root);
+    BOOL cancel = FALSE;
+    Check(copyDirect(CString(source), CString(target), &cancel, nullptr, CString(L"")) == 1, "CopyFilesNoneShell copies a tree");
+    std::swprintf(target, MAX_PATH, L"%ls\\direct\\a.txt", root);
+    Check(GetFileAttributesW(target) != INVALID_FILE_ATTRIBUTES, "the direct copy's file is there");
+
+    std::swprintf(target, MAX_PATH, L"%ls\\shell", root);
+    Check(copyShell(CString(source), CString(target), 1, 0, nullptr) == 1, "CopyFiles copies a folder's contents quietly");
+    std::swprintf(target, MAX_PATH, L"%ls\\shell\\a.txt", root);
+    Check(GetFileAttributesW(target) != INVALID_FILE_ATTRIBUTES, "the shell copy's file is there");
+
+    std::swprintf(target, MAX_PATH, L"%ls\\ex", root);
+    int code = 12345;
+    Check(copyEx(CString(file), CString(target), 0, 0, 0, 0, 100, &code, nullptr) == 1 && code == 0,
+          "CopyFilesEx copies a small file directly");
+    Check(deleteFolders(CString(root), 1, nullptr) == 1 && GetFileAttributesW(root) == INVALID_FILE_ATTRIBUTES,
+          "DeleteFolders removes the tree quietly");
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -109,6 +150,7 @@ int wmain(int argc, wchar_t** argv) {
     Check(assigned == a, "CVelmora::operator= returns the object assigned to");
 
     FileProperties(module);
+    CopyEngine(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);
