@@ -38,10 +38,9 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 }
 
 // Finds the entry of a host folder whose name equals name without regard to case, preferring an exact
-// match. Empty when there is none.
-std::string FindEntryNoCase(const std::string& folder, const WString& name) {
+// match, with its lstat status. Empty when there is none.
+std::string FindEntryNoCase(const std::string& folder, const WString& name, struct stat& status) {
     const std::string exact = WStrToUtf8(name);
-    struct stat status {};
     if (lstat(JoinHost(folder, exact).c_str(), &status) == 0) return exact;
     DIR* dir = opendir(folder.c_str());
     if (dir == nullptr) return {};
@@ -61,6 +60,7 @@ std::string FindEntryNoCase(const std::string& folder, const WString& name) {
         }
     }
     closedir(dir);
+    if (!found.empty() && lstat(JoinHost(folder, found).c_str(), &status) != 0) return {};
     return found;
 }
 
@@ -329,7 +329,8 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     for (size_t i = 0; i < names.size(); ++i) {
         const bool last = i + 1 == names.size();
         out.hostParent = host;
-        std::string hostName = HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i]);
+        struct stat status {};
+        std::string hostName = HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i], status);
         if (hostName.empty()) {
             if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
             out.components.push_back(names[i]);
@@ -338,15 +339,20 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         }
         host = JoinHost(host, hostName);
         out.components.push_back(WStrFromUtf8(hostName));
-        if (!last) {
-            struct stat status {};
+        if (last) {
+            out.status = status;
+        } else if (!S_ISDIR(status.st_mode)) {
             // A folder on the way may be a link to a folder, as a junction is on Windows.
-            if (stat(host.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return Fail(ERROR_PATH_NOT_FOUND, false);
+            struct stat target {};
+            if (!S_ISLNK(status.st_mode) || stat(host.c_str(), &target) != 0 || !S_ISDIR(target.st_mode))
+                return Fail(ERROR_PATH_NOT_FOUND, false);
         }
     }
-    if (names.empty()) out.hostParent = host;
+    if (names.empty()) {
+        out.hostParent = host;
+        if (lstat(host.c_str(), &out.status) != 0) return true;
+    }
     out.hostPath = host;
-    if (lstat(host.c_str(), &out.status) != 0) return true;
     out.exists = true;
     // "file.txt\" names no folder.
     if (out.trailingSeparator && !S_ISDIR(out.status.st_mode)) {
