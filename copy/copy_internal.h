@@ -35,3 +35,9 @@ SHFILEOPSTRUCTW ShellCopyRecord(HWND owner, LPCWSTR fromList, LPCWSTR toList, FI
 
 // A one-entry shell list: the path with one NUL appended, so that its own terminator makes the second.
 CString OneEntryList(const CString& path);
+
+// Writes why a copy ended through the caller's optional detail-code pointer, and gives its result back.
+inline BOOL FinishWithCode(int* detailCode, int code, BOOL result) {
+    if (detailCode != nullptr) *detailCode = code;
+    return result;
+}

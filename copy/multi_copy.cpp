@@ -66,19 +66,15 @@ private:
 BOOL CopyFilesMultiEx(CStringArray* sources, CString destination, BOOL silent, WORD extraFlags, BOOL withFolderName,
                       BOOL withFullPath, int* detailCode, HWND owner) {
     VELMORA_MANAGE_STATE();
-    auto finish = [detailCode](int code, BOOL result) {
-        if (detailCode != nullptr) *detailCode = code;
-        return result;
-    };
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
-        if (sources == nullptr) return finish(kNoSources, FALSE);
+        if (sources == nullptr) return FinishWithCode(detailCode, kNoSources, FALSE);
         const INT_PTR count = sources->GetSize();
-        if (count == 0 || destination.IsEmpty()) return finish(kNothingToCopy, FALSE);
+        if (count == 0 || destination.IsEmpty()) return FinishWithCode(detailCode, kNothingToCopy, FALSE);
 
         ShellList fromList;
         ShellList toList;
-        if (!fromList.Allocate(static_cast<size_t>(count))) return finish(kFromListNotAllocated, FALSE);
-        if (!toList.Allocate(static_cast<size_t>(count))) return finish(kToListNotAllocated, FALSE);
+        if (!fromList.Allocate(static_cast<size_t>(count))) return FinishWithCode(detailCode, kFromListNotAllocated, FALSE);
+        if (!toList.Allocate(static_cast<size_t>(count))) return FinishWithCode(detailCode, kToListNotAllocated, FALSE);
 
         int accepted = 0;
         for (INT_PTR i = 0; i < count; ++i) {
@@ -99,11 +95,11 @@ BOOL CopyFilesMultiEx(CStringArray* sources, CString destination, BOOL silent, W
                 target += namePart;
             }
             // A list that cannot grow for a long entry fails the call as an allocation at the start would.
-            if (!fromList.Append(entry)) return finish(kFromListNotAllocated, FALSE);
-            if (!toList.Append(target)) return finish(kToListNotAllocated, FALSE);
+            if (!fromList.Append(entry)) return FinishWithCode(detailCode, kFromListNotAllocated, FALSE);
+            if (!toList.Append(target)) return FinishWithCode(detailCode, kToListNotAllocated, FALSE);
             ++accepted;
         }
-        if (accepted == 0) return finish(kNoSourceAccepted, FALSE);
+        if (accepted == 0) return FinishWithCode(detailCode, kNoSourceAccepted, FALSE);
         fromList.Close();
         toList.Close();
 
@@ -112,6 +108,6 @@ BOOL CopyFilesMultiEx(CStringArray* sources, CString destination, BOOL silent, W
         if (accepted > 1) flags |= FOF_MULTIDESTFILES;
         SHFILEOPSTRUCTW operation = ShellCopyRecord(owner, fromList.get(), toList.get(), flags);
         const int result = sys().SHFileOperationW(&operation);
-        return finish(result, result == 0 ? TRUE : FALSE);
+        return FinishWithCode(detailCode, result, result == 0 ? TRUE : FALSE);
     });
 }

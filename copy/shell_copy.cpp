@@ -76,15 +76,11 @@ BOOL CopyFiles(CString source, CString destination, BOOL silent, WORD extraFlags
 BOOL CopyFilesEx(CString source, CString destination, int silent, WORD extraFlags, BOOL withFolderName, BOOL withFullPath,
                  ULONGLONG directCopyLimit, int* detailCode, HWND owner) {
     VELMORA_MANAGE_STATE();
-    auto finish = [detailCode](int code, BOOL result) {
-        if (detailCode != nullptr) *detailCode = code;
-        return result;
-    };
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
-        if (source.IsEmpty() || destination.IsEmpty()) return finish(kEmptyArgument, FALSE);
+        if (source.IsEmpty() || destination.IsEmpty()) return FinishWithCode(detailCode, kEmptyArgument, FALSE);
         const DWORD attributes = sys().GetFileAttributesW(source);
-        if (attributes == INVALID_FILE_ATTRIBUTES) return finish(kSourceMissing, FALSE);
-        if (source.ReverseFind(_T('\\')) < 0) return finish(kNoBackslash, FALSE);
+        if (attributes == INVALID_FILE_ATTRIBUTES) return FinishWithCode(detailCode, kSourceMissing, FALSE);
+        if (source.ReverseFind(_T('\\')) < 0) return FinishWithCode(detailCode, kNoBackslash, FALSE);
         const CString namePart = NamePart(source, withFullPath);
 
         if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
@@ -107,15 +103,15 @@ BOOL CopyFilesEx(CString source, CString destination, int silent, WORD extraFlag
             if (direct) {
                 if (sys().PathFileExistsW(destination)) {
                     const int answer = AskReplaceOrSkip(name, owner);
-                    if (answer == kSkipButton || answer == IDCANCEL) return finish(ERROR_ALREADY_EXISTS, FALSE);
-                    if (answer == kCancelCopyButton) return finish(kUserCancelled, FALSE);
+                    if (answer == kSkipButton || answer == IDCANCEL) return FinishWithCode(detailCode, ERROR_ALREADY_EXISTS, FALSE);
+                    if (answer == kCancelCopyButton) return FinishWithCode(detailCode, kUserCancelled, FALSE);
                     // Replace, or a prompt that could not be shown: the copy goes ahead.
                 }
                 // D:\bk\a is made for D:\bk\a\b.txt; a file straight under a root needs no folder.
                 const int slash = destination.ReverseFind(_T('\\'));
                 if (slash > 3) CreateFolders(destination.Left(slash));
                 const BOOL copied = sys().CopyFileW(source, destination, FALSE);
-                return finish(copied == TRUE ? kCopiedDirectly : static_cast<int>(sys().GetLastError()), copied);
+                return FinishWithCode(detailCode, copied == TRUE ? kCopiedDirectly : static_cast<int>(sys().GetLastError()), copied);
             }
         }
 
@@ -123,6 +119,6 @@ BOOL CopyFilesEx(CString source, CString destination, int silent, WORD extraFlag
         const CString to = OneEntryList(destination);
         SHFILEOPSTRUCTW operation = ShellCopyRecord(owner, from, to, ShellCopyFlags(silent, extraFlags));
         const int result = sys().SHFileOperationW(&operation);
-        return finish(result, result == 0 ? TRUE : FALSE);
+        return FinishWithCode(detailCode, result, result == 0 ? TRUE : FALSE);
     });
 }

@@ -12,11 +12,6 @@ namespace {
 using namespace testing_support;
 namespace fs = std::filesystem;
 
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 class DirectCopy : public HostFolderTest {};
 
 TEST_F(DirectCopy, SingleFileGoesIntoTheDestinationUnderItsStoredName) {
@@ -24,7 +19,7 @@ TEST_F(DirectCopy, SingleFileGoesIntoTheDestinationUnderItsStoredName) {
     MakeFolder("bk");
     ProgressRecorder bar;
     EXPECT_EQ(CopyFilesNoneShell(Win("a\\report.txt"), Win("bk"), nullptr, &bar.control, _T(".doc")), TRUE);
-    EXPECT_EQ(Read(Host("bk/Report.TXT")), "report");
+    EXPECT_EQ(ReadHostFile(Host("bk/Report.TXT")), "report");
     EXPECT_EQ(bar.messages, (std::vector<ProgressMessage>{Position(0), Range100(), Position(0), Range100(), Position(100),
                                                           Position(100)}));
 }
@@ -50,9 +45,9 @@ TEST_F(DirectCopy, CopiesAWholeTreeWithEmptyFoldersAndHiddenFiles) {
     AFX_MODULE_STATE* callers = AfxGetModuleState();
     EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), nullptr, nullptr, _T("")), TRUE);
     EXPECT_EQ(AfxGetModuleState(), callers);
-    EXPECT_EQ(Read(Host("bk/a.txt")), "a");
-    EXPECT_EQ(Read(Host("bk/sub/deep/b.bin")), std::string(3 << 20, 'b'));
-    EXPECT_EQ(Read(Host("bk/.hidden")), "h");
+    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/sub/deep/b.bin")), std::string(3 << 20, 'b'));
+    EXPECT_EQ(ReadHostFile(Host("bk/.hidden")), "h");
     EXPECT_TRUE(fs::is_directory(Host("bk/empty")));
 }
 
@@ -108,7 +103,7 @@ TEST_F(DirectCopy, TheResultIsThatOfTheLastFileCopiedInTheTopFolder) {
 TEST_F(DirectCopy, AFolderOfSubfoldersOnlyReportsFailureThoughEverythingIsCopied) {
     WriteFile("src/sub/a.txt", "a");
     EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), nullptr, nullptr, _T("")), FALSE);
-    EXPECT_EQ(Read(Host("bk/sub/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/sub/a.txt")), "a");
 }
 
 TEST_F(DirectCopy, MakesTheTopDestinationBeforeTheFirstFile) {
@@ -116,8 +111,8 @@ TEST_F(DirectCopy, MakesTheTopDestinationBeforeTheFirstFile) {
     WriteFile("src/a.txt", "a");
     WriteFile("src/z/b.txt", "b");
     EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("new\\bk"), nullptr, nullptr, _T("")), TRUE);
-    EXPECT_EQ(Read(Host("new/bk/a.txt")), "a");
-    EXPECT_EQ(Read(Host("new/bk/z/b.txt")), "b");
+    EXPECT_EQ(ReadHostFile(Host("new/bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("new/bk/z/b.txt")), "b");
 }
 
 TEST_F(DirectCopy, FilterCopiesMatchingFilesAndMakesOnlyTheFoldersTheyNeed) {
@@ -128,11 +123,11 @@ TEST_F(DirectCopy, FilterCopiesMatchingFilesAndMakesOnlyTheFoldersTheyNeed) {
     WriteFile("src/some/deeper/y.txt", "y");
     // b.text comes after a.TXT but is skipped, so the result stays that of a.TXT.
     EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), nullptr, nullptr, _T("*.txt")), TRUE);
-    EXPECT_EQ(Read(Host("bk/a.TXT")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/a.TXT")), "a");
     EXPECT_FALSE(fs::exists(Host("bk/b.text")));
     EXPECT_FALSE(fs::exists(Host("bk/none")));
     EXPECT_FALSE(fs::exists(Host("bk/empty")));
-    EXPECT_EQ(Read(Host("bk/some/deeper/y.txt")), "y");
+    EXPECT_EQ(ReadHostFile(Host("bk/some/deeper/y.txt")), "y");
 }
 
 TEST_F(DirectCopy, FilterWithoutADotCopiesNothing) {
@@ -157,7 +152,7 @@ TEST_F(DirectCopy, TrailingBackslashesShapeThePathsAsGiven) {
     EXPECT_EQ(CopyFilesNoneShell(Win("src\\"), Win("bk\\"), nullptr, nullptr, _T("")), TRUE);
     EXPECT_EQ(patterns, std::vector<std::string>{"T:\\src\\*.*"});
     EXPECT_EQ(targets, std::vector<std::string>{"T:\\bk\\\\a.txt"});
-    EXPECT_EQ(Read(Host("bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "a");
 }
 
 TEST_F(DirectCopy, AFolderLinkBackIntoTheTreeIsNotWalked) {
@@ -169,10 +164,10 @@ TEST_F(DirectCopy, AFolderLinkBackIntoTheTreeIsNotWalked) {
     EXPECT_EQ(sys().GetFileAttributesW(Win("src\\sub\\loop")) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT),
               static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT));
     CopyFilesNoneShell(Win("src"), Win("bk"), nullptr, nullptr, _T(""));
-    EXPECT_EQ(Read(Host("bk/sub/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/sub/a.txt")), "a");
     EXPECT_FALSE(fs::exists(Host("bk/sub/loop")));
     // A link that leads out of the tree is walked like any folder.
-    EXPECT_EQ(Read(Host("bk/out/e.txt")), "e");
+    EXPECT_EQ(ReadHostFile(Host("bk/out/e.txt")), "e");
 }
 
 TEST_F(DirectCopy, CancelFromAnotherThreadStopsTheCopyAndTheRest) {

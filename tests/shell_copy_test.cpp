@@ -12,11 +12,6 @@ namespace fs = std::filesystem;
 
 using Entries = std::vector<std::string>;
 
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 class ShellCopy : public HostFolderTest {};
 
 TEST_F(ShellCopy, CopyFilesOfAFolderCopiesItsContents) {
@@ -92,8 +87,8 @@ TEST_F(ShellCopy, CopyFilesCopiesForRealThroughTheShell) {
     WriteFile("data/a.txt", "a");
     WriteFile("data/sub/b.txt", "bb");
     EXPECT_EQ(CopyFiles(Win("data"), Win("bk"), 1, 0, nullptr), TRUE);
-    EXPECT_EQ(Read(Host("bk/a.txt")), "a");
-    EXPECT_EQ(Read(Host("bk/sub/b.txt")), "bb");
+    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/sub/b.txt")), "bb");
     EXPECT_FALSE(fs::exists(Host("bk/data")));
 }
 
@@ -244,7 +239,7 @@ TEST_F(ShellCopy, DirectWayAsksBeforeReplacing) {
         HWND owner = reinterpret_cast<HWND>(0x99);
         EXPECT_EQ(CopyFilesEx(Win("src\\a.txt"), Win("bk"), 0, 0, 0, 0, 100, &code, owner), c.result);
         EXPECT_EQ(code, c.code) << c.answer;
-        EXPECT_EQ(Read(Host("bk/a.txt")), c.replaced ? "new" : "old") << c.answer;
+        EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), c.replaced ? "new" : "old") << c.answer;
         EXPECT_EQ(shownName, "宛先には既に \"a.txt\" という名前のファイルが存在します");
         EXPECT_EQ(shownOwner, owner);
     }
@@ -255,7 +250,7 @@ TEST_F(ShellCopy, DirectWayMakesTheTargetFolderAndReportsCopyErrors) {
     int code = 12345;
     EXPECT_EQ(CopyFilesEx(Win("x\\a.txt"), Win("bk\\deep"), 0, 0, 0, 1, 100, &code, nullptr), TRUE);
     EXPECT_EQ(code, 0);
-    EXPECT_EQ(Read(Host("bk/deep/x/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/deep/x/a.txt")), "a");
 
     ApiPatch<&Win32Api::CopyFileW> failing([](LPCWSTR, LPCWSTR, BOOL failIfExists) {
         EXPECT_EQ(failIfExists, FALSE);

@@ -12,11 +12,6 @@ namespace {
 using namespace testing_support;
 namespace fs = std::filesystem;
 
-std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // ---- CopyFileExW
 
 struct ProgressCall {
@@ -58,7 +53,7 @@ TEST_F(CopyFilePlatform, ReportsAStreamSwitchThenEveryChunkWithTheFilesTotals) {
                                                        {size, mib, size, mib, 1, CALLBACK_CHUNK_FINISHED, true},
                                                        {size, 2 * mib, size, 2 * mib, 1, CALLBACK_CHUNK_FINISHED, true},
                                                        {size, size, size, size, 1, CALLBACK_CHUNK_FINISHED, true}}));
-    EXPECT_EQ(Read(Host("b.bin")), Read(Host("a.bin")));
+    EXPECT_EQ(ReadHostFile(Host("b.bin")), ReadHostFile(Host("a.bin")));
 }
 
 TEST_F(CopyFilePlatform, CarriesAttributesAndTheLastWriteTimeOver) {
@@ -78,9 +73,9 @@ TEST_F(CopyFilePlatform, ReplacesUnlessToldToFail) {
     WriteFile("b.txt", "old");
     EXPECT_EQ(Copy("a.txt", "b.txt", nullptr, nullptr, COPY_FILE_FAIL_IF_EXISTS), FALSE);
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
-    EXPECT_EQ(Read(Host("b.txt")), "old");
+    EXPECT_EQ(ReadHostFile(Host("b.txt")), "old");
     EXPECT_EQ(sys().CopyFileW(Win("a.txt"), Win("b.txt"), FALSE), TRUE);
-    EXPECT_EQ(Read(Host("b.txt")), "new");
+    EXPECT_EQ(ReadHostFile(Host("b.txt")), "new");
 }
 
 TEST_F(CopyFilePlatform, FailsAsWindowsDoes) {
@@ -105,8 +100,8 @@ TEST_F(CopyFilePlatform, FailsAsWindowsDoes) {
         EXPECT_EQ(Copy(c.from, c.to), FALSE) << c.from << " -> " << c.to;
         EXPECT_EQ(sys().GetLastError(), c.error) << c.from << " -> " << c.to;
     }
-    EXPECT_EQ(Read(Host("a.txt")), "a");
-    EXPECT_EQ(Read(Host("ro.txt")), "r");
+    EXPECT_EQ(ReadHostFile(Host("a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("ro.txt")), "r");
 }
 
 TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
@@ -178,8 +173,8 @@ TEST_F(ShellPlatform, CopiesAFoldersContentsIntoAFolderItMakes) {
     WriteFile("src/sub/b.txt", "b");
     MakeFolder("src/empty");
     EXPECT_EQ(Run(FO_COPY, "src\\*.*", "new\\bk", FOF_NOCONFIRMATION), 0);
-    EXPECT_EQ(Read(Host("new/bk/a.txt")), "a");
-    EXPECT_EQ(Read(Host("new/bk/sub/b.txt")), "b");
+    EXPECT_EQ(ReadHostFile(Host("new/bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("new/bk/sub/b.txt")), "b");
     EXPECT_TRUE(fs::is_directory(Host("new/bk/empty")));
 }
 
@@ -187,20 +182,20 @@ TEST_F(ShellPlatform, AToEntryIsAFolderWhenItIsOneAndTheTargetNameOtherwise) {
     WriteFile("a.txt", "a");
     MakeFolder("into");
     EXPECT_EQ(Run(FO_COPY, "a.txt", "into", 0), 0);
-    EXPECT_EQ(Read(Host("into/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("into/a.txt")), "a");
     EXPECT_EQ(Run(FO_COPY, "a.txt", "named\\b.txt", 0), 0);
-    EXPECT_EQ(Read(Host("named/b.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("named/b.txt")), "a");
     // Two backslashes before the name are one separator.
     EXPECT_EQ(Run(FO_COPY, "a.txt", "bk\\\\a.txt", 0), 0);
-    EXPECT_EQ(Read(Host("bk/a.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "a");
 }
 
 TEST_F(ShellPlatform, MultipleDestinationsPairEachSourceWithItsTarget) {
     WriteFile("a.txt", "a");
     WriteFile("x/data/one.txt", "1");
     EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk\\first.txt|bk\\data", FOF_MULTIDESTFILES), 0);
-    EXPECT_EQ(Read(Host("bk/first.txt")), "a");
-    EXPECT_EQ(Read(Host("bk/data/one.txt")), "1");
+    EXPECT_EQ(ReadHostFile(Host("bk/first.txt")), "a");
+    EXPECT_EQ(ReadHostFile(Host("bk/data/one.txt")), "1");
     EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk", FOF_MULTIDESTFILES), DE_MANYDEST);
 }
 
@@ -234,7 +229,7 @@ TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
         BOOL aborted = -1;
         EXPECT_EQ(Run(FO_COPY, "src\\*.*", "bk", c.flags, &aborted), c.result) << c.answer;
         EXPECT_EQ(aborted, c.aborted) << c.answer;
-        EXPECT_EQ(Read(Host("bk/a.txt")), c.content) << c.answer;
+        EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), c.content) << c.answer;
         EXPECT_EQ(asked, c.asked);
     }
 }
@@ -286,7 +281,7 @@ TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {
     EXPECT_TRUE(fs::exists(Host("tree/a.txt")));
     EXPECT_EQ(Run(FO_DELETE, "tree", "!", 0), 0);
     EXPECT_FALSE(fs::exists(Host("tree")));
-    EXPECT_EQ(Read(Host("kept/k.txt")), "k");
+    EXPECT_EQ(ReadHostFile(Host("kept/k.txt")), "k");
 }
 
 // ---- TaskDialogIndirect

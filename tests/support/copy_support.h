@@ -10,6 +10,12 @@
 
 namespace testing_support {
 
+// The whole content of a host file, empty when it cannot be read.
+inline std::string ReadHostFile(const std::string& hostPath) {
+    std::ifstream in(hostPath, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 // Installs a responder for the life of the scope and removes it afterwards, so that no other test meets it.
 class ScopedResponder {
 public:
