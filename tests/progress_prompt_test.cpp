@@ -139,12 +139,4 @@ TEST(AskReplaceOrSkip, ReturnsTheButtonPressedOrZeroWhenItCannotBeShown) {
     EXPECT_EQ(AskReplaceOrSkip(_T("a.txt"), nullptr), 0);
 }
 
-TEST(AskReplaceOrSkip, AsksAfreshEveryTime) {
-    int asked = 0;
-    ScopedResponder user([&](const vlx::DialogRequest&) { return ++asked == 1 ? kSkipButton : kReplaceButton; });
-    EXPECT_EQ(AskReplaceOrSkip(_T("a.txt"), nullptr), kSkipButton);
-    EXPECT_EQ(AskReplaceOrSkip(_T("a.txt"), nullptr), kReplaceButton);
-    EXPECT_EQ(asked, 2);
-}
-
 }  // namespace

@@ -126,16 +126,6 @@ TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
     EXPECT_FALSE(fs::exists(Host("b.bin")));
 }
 
-TEST_F(CopyFilePlatform, QuietStopsTheCallsButNotTheCopy) {
-    WriteFile("a.bin", std::string(3 << 20, 'a'));
-    Script script;
-    script.answerAt = 0;
-    script.answer = PROGRESS_QUIET;
-    EXPECT_EQ(Copy("a.bin", "b.bin", &script), TRUE);
-    EXPECT_EQ(script.calls.size(), 1u);
-    EXPECT_EQ(fs::file_size(Host("b.bin")), static_cast<uintmax_t>(3 << 20));
-}
-
 // ---- SHFileOperationW
 
 class ShellPlatform : public HostFolderTest {
@@ -305,22 +295,6 @@ TEST(TaskDialogPlatform, FailsWithoutAResponderOrWithABadConfiguration) {
     config.cbSize = 12;
     EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_INVALIDARG);
     EXPECT_EQ(sys().TaskDialogIndirect(nullptr, &pressed, nullptr, nullptr), E_INVALIDARG);
-}
-
-TEST(TaskDialogPlatform, AcceptsOnlyTheButtonsTheDialogHas) {
-    TASKDIALOGCONFIG config{};
-    config.cbSize = sizeof config;
-    config.dwCommonButtons = TDCBF_YES_BUTTON | TDCBF_NO_BUTTON;
-    int answer = IDYES;
-    ScopedResponder user([&](const vlx::DialogRequest&) { return answer; });
-    int pressed = 0;
-    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), S_OK);
-    EXPECT_EQ(pressed, IDYES);
-    answer = IDOK;
-    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), E_FAIL);
-    config.dwCommonButtons = 0;  // no button at all shows OK
-    EXPECT_EQ(sys().TaskDialogIndirect(&config, &pressed, nullptr, nullptr), S_OK);
-    EXPECT_EQ(pressed, IDOK);
 }
 
 // ---- The progress bar
