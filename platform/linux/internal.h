@@ -43,6 +43,10 @@ bool NamesEqualNoCase(const WString& a, const WString& b);
 bool NameLessNtfs(const WString& a, const WString& b);
 // Win32 wildcard match of one name (* and ?, "*.*" matches every name, a trailing ".*" matches no dot).
 bool MatchesPattern(const WString& pattern, const WString& name);
+// The name on disk of the entry of a host folder that equals name (exact, its UTF-8) without regard to
+// case, or empty when there is none. For names not found as typed: answered from listings kept exact by
+// inotify, so that a folder is not read through for every new name made in it.
+std::string FindFoldedEntry(const std::string& folder, const std::string& exact, const WString& name);
 bool HasWildcard(const WString& text);
 
 // ---- Paths

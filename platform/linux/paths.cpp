@@ -1,12 +1,10 @@
 // Drive letters and Win32 path rules on host folders: separators, case-insensitive lookup with the case
 // kept, MAX_PATH, relative paths, wildcards and NTFS name order.
 #include <dirent.h>
-#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
@@ -42,24 +40,7 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 std::string FindEntryNoCase(const std::string& folder, const WString& name, struct stat& status) {
     const std::string exact = WStrToUtf8(name);
     if (lstat(JoinHost(folder, exact).c_str(), &status) == 0) return exact;
-    DIR* dir = opendir(folder.c_str());
-    if (dir == nullptr) return {};
-    // Folding keeps ASCII inside ASCII and everything else outside it, so an ASCII name can only match an
-    // ASCII entry of the same length: those are compared as bytes, sparing a conversion of every entry of a
-    // large folder each time a new name is looked up in it.
-    const bool ascii = std::all_of(exact.begin(), exact.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    std::string found;
-    while (dirent* entry = readdir(dir)) {
-        const char* hostName = entry->d_name;
-        if (std::strcmp(hostName, ".") == 0 || std::strcmp(hostName, "..") == 0) continue;
-        const bool same = ascii ? std::strlen(hostName) == exact.size() && strcasecmp(hostName, exact.c_str()) == 0
-                                : NamesEqualNoCase(WStrFromUtf8(hostName), name);
-        if (same) {
-            found = hostName;
-            break;
-        }
-    }
-    closedir(dir);
+    const std::string found = FindFoldedEntry(folder, exact, name);
     if (!found.empty() && lstat(JoinHost(folder, found).c_str(), &status) != 0) return {};
     return found;
 }

@@ -327,3 +327,43 @@ TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- Lookups of names not found as typed follow every change to the folder, whoever makes it.
+
+class FolderListings : public HostFolderTest {
+protected:
+    bool Exists(const std::string& relative) { return sys().GetFileAttributesW(Win(relative)) != INVALID_FILE_ATTRIBUTES; }
+};
+
+TEST_F(FolderListings, FollowChangesMadeOutsideThePlatform) {
+    MakeFolder("dir");
+    EXPECT_FALSE(Exists("dir\\report.txt"));  // the folder is now listed
+    WriteFile("dir/REPORT.TXT", "r");
+    EXPECT_TRUE(Exists("dir\\report.txt"));
+    fs::rename(Host("dir/REPORT.TXT"), Host("dir/Other.txt"));
+    EXPECT_FALSE(Exists("dir\\report.txt"));
+    EXPECT_TRUE(Exists("dir\\OTHER.TXT"));
+    fs::remove(Host("dir/Other.txt"));
+    EXPECT_FALSE(Exists("dir\\other.txt"));
+    WriteFile("dir/Ünïcode.txt", "u");
+    EXPECT_TRUE(Exists("dir\\üNÏCODE.TXT"));
+    // The folder replaced by another of the same name is listed afresh.
+    fs::remove_all(Host("dir"));
+    WriteFile("dir/New.txt", "n");
+    EXPECT_TRUE(Exists("dir\\NEW.txt"));
+    EXPECT_FALSE(Exists("dir\\report.txt"));
+}
+
+TEST_F(FolderListings, ManyFoldersStayCorrectWhenOldListingsAreDropped) {
+    for (int i = 0; i < 100; ++i) {
+        const std::string folder = std::string("f").append(std::to_string(i));
+        MakeFolder(folder);
+        EXPECT_FALSE(Exists(folder + "\\x.txt"));
+    }
+    for (int i = 0; i < 100; ++i) WriteFile(std::string("f").append(std::to_string(i)).append("/X.TXT"), "x");
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(Exists(std::string("f").append(std::to_string(i)).append("\\x.txt"))) << i;
+}
+
+}  // namespace
