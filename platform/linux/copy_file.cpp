@@ -78,6 +78,7 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, 0, nullptr, disposition,
                                     attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM), nullptr));
     if (!target) return FALSE;
+    const bool replacing = LastError() == ERROR_ALREADY_EXISTS;
     const auto to = LookupHandleAs<FileObject>(target.get());
     const std::string targetHostPath = to->hostPath;
 
@@ -126,8 +127,11 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     if (futimens(to->fd, times) != 0 || fstat(to->fd, &targetStatus) != 0) return abandon(Win32ErrorFromErrno(errno));
     target.reset();
     source.reset();
-    // Read-only comes last, once nothing more is written to the copy.
-    if (!WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
+    // Read-only comes last, once nothing more is written to the copy. A new copy already holds what its
+    // creation wrote (hidden, system and archive) and needs no second write when that is all there is.
+    const DWORD written = (attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
+    const DWORD wanted = attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE);
+    if ((replacing || wanted != written) && !WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }

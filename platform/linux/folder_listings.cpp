@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <mutex>
 #include <unordered_map>
@@ -113,6 +114,8 @@ private:
         for (;;) {
             const ssize_t length = read(inotify_, buffer, sizeof buffer);
             if (length <= 0) return;
+            // A read that left room for another event took every event there was.
+            const bool drained = static_cast<size_t>(length) + sizeof(inotify_event) + NAME_MAX + 1 <= sizeof buffer;
             for (ssize_t at = 0; at < length;) {
                 const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
                 at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
@@ -131,6 +134,7 @@ private:
                     else if (event->mask & (IN_DELETE | IN_MOVED_FROM)) it->second.Remove(entry);
                 }
             }
+            if (drained) return;
         }
     }
 
