@@ -39,6 +39,13 @@ Win32Api MakeLinuxTable() {
     table.PathFileExistsW = vlx::PathFileExistsW;
     table.PathIsDirectoryW = vlx::PathIsDirectoryW;
     table.Sleep = vlx::Sleep;
+    // Enumeration and comparison
+    table.CryptAcquireContextW = vlx::CryptAcquireContextW;
+    table.CryptCreateHash = vlx::CryptCreateHash;
+    table.CryptHashData = vlx::CryptHashData;
+    table.CryptGetHashParam = vlx::CryptGetHashParam;
+    table.CryptDestroyHash = vlx::CryptDestroyHash;
+    table.CryptReleaseContext = vlx::CryptReleaseContext;
     return table;
 }
 

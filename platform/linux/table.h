@@ -41,4 +41,12 @@ BOOL WINAPI PathFileExistsW(LPCWSTR path);
 BOOL WINAPI PathIsDirectoryW(LPCWSTR path);
 void WINAPI Sleep(DWORD milliseconds);
 
+// Enumeration and comparison: CryptoAPI hashing (crypto.cpp).
+BOOL WINAPI CryptAcquireContextW(HCRYPTPROV* provider, LPCWSTR container, LPCWSTR providerName, DWORD type, DWORD flags);
+BOOL WINAPI CryptCreateHash(HCRYPTPROV provider, ALG_ID algorithm, HCRYPTKEY key, DWORD flags, HCRYPTHASH* hash);
+BOOL WINAPI CryptHashData(HCRYPTHASH hash, const BYTE* data, DWORD length, DWORD flags);
+BOOL WINAPI CryptGetHashParam(HCRYPTHASH hash, DWORD param, BYTE* data, DWORD* length, DWORD flags);
+BOOL WINAPI CryptDestroyHash(HCRYPTHASH hash);
+BOOL WINAPI CryptReleaseContext(HCRYPTPROV provider, DWORD flags);
+
 }  // namespace vlx

@@ -379,3 +379,48 @@ typedef DWORD(CALLBACK* LPPROGRESS_ROUTINE)(LARGE_INTEGER TotalFileSize, LARGE_I
 #define IDCANCEL 2
 #define PM_NOREMOVE 0x0000
 #define PM_REMOVE 0x0001
+
+// ---- Enumeration and comparison: CryptoAPI hashing, list views
+
+// CryptoAPI
+#define PROV_RSA_FULL 1
+#define PROV_RSA_AES 24
+#define CRYPT_VERIFYCONTEXT 0xF0000000
+#define CRYPT_NEWKEYSET 0x00000008
+#define CRYPT_DELETEKEYSET 0x00000010
+#define CRYPT_MACHINE_KEYSET 0x00000020
+#define CRYPT_SILENT 0x00000040
+#define HP_ALGID 0x0001
+#define HP_HASHVAL 0x0002
+#define HP_HASHSIZE 0x0004
+#define ALG_CLASS_HASH (4 << 13)
+#define ALG_TYPE_ANY 0
+#define ALG_SID_MD2 1
+#define ALG_SID_MD4 2
+#define ALG_SID_MD5 3
+#define ALG_SID_SHA1 4
+#define ALG_SID_SHA_256 12
+#define ALG_SID_SHA_384 13
+#define ALG_SID_SHA_512 14
+#define CALG_MD2 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD2)
+#define CALG_MD4 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD4)
+#define CALG_MD5 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD5)
+#define CALG_SHA1 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA1)
+#define CALG_SHA CALG_SHA1
+#define CALG_SHA_256 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_256)
+#define CALG_SHA_384 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_384)
+#define CALG_SHA_512 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_512)
+#define NTE_BAD_UID static_cast<DWORD>(0x80090001L)
+#define NTE_BAD_HASH static_cast<DWORD>(0x80090002L)
+#define NTE_BAD_KEY static_cast<DWORD>(0x80090003L)
+#define NTE_BAD_ALGID static_cast<DWORD>(0x80090008L)
+#define NTE_BAD_FLAGS static_cast<DWORD>(0x80090009L)
+#define NTE_BAD_HASH_STATE static_cast<DWORD>(0x8009000BL)
+#define NTE_BAD_TYPE static_cast<DWORD>(0x8009000AL)
+#define NTE_BAD_KEYSET static_cast<DWORD>(0x80090016L)
+#define NTE_PROV_TYPE_NOT_DEF static_cast<DWORD>(0x80090017L)
+#define NTE_BAD_KEYSET_PARAM static_cast<DWORD>(0x8009001FL)
+#define NTE_FAIL static_cast<DWORD>(0x80090020L)
+
+// OLE automation date: days since 1899-12-30 00:00, the fraction being the time of day.
+typedef double DATE;

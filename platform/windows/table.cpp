@@ -38,6 +38,13 @@ Win32Api MakeWindowsTable() {
     table.PathFileExistsW = ::PathFileExistsW;
     table.PathIsDirectoryW = ::PathIsDirectoryW;
     table.Sleep = ::Sleep;
+    // Enumeration and comparison
+    table.CryptAcquireContextW = ::CryptAcquireContextW;
+    table.CryptCreateHash = ::CryptCreateHash;
+    table.CryptHashData = ::CryptHashData;
+    table.CryptGetHashParam = ::CryptGetHashParam;
+    table.CryptDestroyHash = ::CryptDestroyHash;
+    table.CryptReleaseContext = ::CryptReleaseContext;
     return table;
 }
 

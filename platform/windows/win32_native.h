@@ -21,3 +21,7 @@
 #include <winioctl.h>
 #include <shlwapi.h>
 #include <tchar.h>
+// Enumeration and comparison: CryptoAPI hashing and the list-view control.
+#include <wincrypt.h>
+#include <commctrl.h>
+#include <wtypes.h>
