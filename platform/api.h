@@ -75,6 +75,32 @@ struct Win32Api {
     // --- Threads.
     void(WINAPI* Sleep)(DWORD milliseconds);
 
+    // --- Windows and messages. SendMessageW runs the window's procedure at once and returns its result;
+    // a window handle that names no window gives 0 with ERROR_INVALID_WINDOW_HANDLE. Posted messages
+    // wait in the queue of the thread that made the window until it peeks, gets and dispatches them.
+    ATOM(WINAPI* RegisterClassW)(const WNDCLASSW* windowClass);
+    BOOL(WINAPI* UnregisterClassW)(LPCWSTR className, HINSTANCE instance);
+    HWND(WINAPI* CreateWindowExW)(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style, int x, int y,
+                                  int width, int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID param);
+    BOOL(WINAPI* DestroyWindow)(HWND window);
+    LRESULT(WINAPI* DefWindowProcW)(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    BOOL(WINAPI* IsWindow)(HWND window);
+    LRESULT(WINAPI* SendMessageW)(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    BOOL(WINAPI* PostMessageW)(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    BOOL(WINAPI* PeekMessageW)(LPMSG msg, HWND window, UINT filterMin, UINT filterMax, UINT remove);
+    BOOL(WINAPI* GetMessageW)(LPMSG msg, HWND window, UINT filterMin, UINT filterMax);
+    BOOL(WINAPI* TranslateMessage)(const MSG* msg);
+    LRESULT(WINAPI* DispatchMessageW)(const MSG* msg);
+    void(WINAPI* PostQuitMessage)(int exitCode);
+    BOOL(WINAPI* SetWindowTextW)(HWND window, LPCWSTR text);
+    int(WINAPI* GetWindowTextW)(HWND window, LPWSTR buffer, int capacity);
+    int(WINAPI* GetWindowTextLengthW)(HWND window);
+    HWND(WINAPI* FindWindowW)(LPCWSTR className, LPCWSTR windowName);
+    BOOL(WINAPI* ShowWindow)(HWND window, int command);
+    BOOL(WINAPI* IsWindowVisible)(HWND window);
+    LONG_PTR(WINAPI* GetWindowLongPtrW)(HWND window, int index);
+    LONG_PTR(WINAPI* SetWindowLongPtrW)(HWND window, int index, LONG_PTR value);
+
     // --- Enumeration and comparison: CryptoAPI hashing (advapi32).
     // CryptAcquireContextW gives a provider of PROV_RSA_FULL (MD5, SHA-1) or PROV_RSA_AES (also SHA-256/384/512);
     // with no key container only CRYPT_VERIFYCONTEXT is served (NTE_BAD_KEYSET otherwise), an unknown type

@@ -39,6 +39,27 @@ Win32Api MakeLinuxTable() {
     table.PathFileExistsW = vlx::PathFileExistsW;
     table.PathIsDirectoryW = vlx::PathIsDirectoryW;
     table.Sleep = vlx::Sleep;
+    table.RegisterClassW = vlx::RegisterClassW;
+    table.UnregisterClassW = vlx::UnregisterClassW;
+    table.CreateWindowExW = vlx::CreateWindowExW;
+    table.DestroyWindow = vlx::DestroyWindow;
+    table.DefWindowProcW = vlx::DefWindowProcW;
+    table.IsWindow = vlx::IsWindow;
+    table.SendMessageW = vlx::SendMessageW;
+    table.PostMessageW = vlx::PostMessageW;
+    table.PeekMessageW = vlx::PeekMessageW;
+    table.GetMessageW = vlx::GetMessageW;
+    table.TranslateMessage = vlx::TranslateMessage;
+    table.DispatchMessageW = vlx::DispatchMessageW;
+    table.PostQuitMessage = vlx::PostQuitMessage;
+    table.SetWindowTextW = vlx::SetWindowTextW;
+    table.GetWindowTextW = vlx::GetWindowTextW;
+    table.GetWindowTextLengthW = vlx::GetWindowTextLengthW;
+    table.FindWindowW = vlx::FindWindowW;
+    table.ShowWindow = vlx::ShowWindow;
+    table.IsWindowVisible = vlx::IsWindowVisible;
+    table.GetWindowLongPtrW = vlx::GetWindowLongPtrW;
+    table.SetWindowLongPtrW = vlx::SetWindowLongPtrW;
     // Enumeration and comparison
     table.CryptAcquireContextW = vlx::CryptAcquireContextW;
     table.CryptCreateHash = vlx::CryptCreateHash;

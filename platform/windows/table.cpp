@@ -38,6 +38,27 @@ Win32Api MakeWindowsTable() {
     table.PathFileExistsW = ::PathFileExistsW;
     table.PathIsDirectoryW = ::PathIsDirectoryW;
     table.Sleep = ::Sleep;
+    table.RegisterClassW = ::RegisterClassW;
+    table.UnregisterClassW = ::UnregisterClassW;
+    table.CreateWindowExW = ::CreateWindowExW;
+    table.DestroyWindow = ::DestroyWindow;
+    table.DefWindowProcW = ::DefWindowProcW;
+    table.IsWindow = ::IsWindow;
+    table.SendMessageW = ::SendMessageW;
+    table.PostMessageW = ::PostMessageW;
+    table.PeekMessageW = ::PeekMessageW;
+    table.GetMessageW = ::GetMessageW;
+    table.TranslateMessage = ::TranslateMessage;
+    table.DispatchMessageW = ::DispatchMessageW;
+    table.PostQuitMessage = ::PostQuitMessage;
+    table.SetWindowTextW = ::SetWindowTextW;
+    table.GetWindowTextW = ::GetWindowTextW;
+    table.GetWindowTextLengthW = ::GetWindowTextLengthW;
+    table.FindWindowW = ::FindWindowW;
+    table.ShowWindow = ::ShowWindow;
+    table.IsWindowVisible = ::IsWindowVisible;
+    table.GetWindowLongPtrW = ::GetWindowLongPtrW;
+    table.SetWindowLongPtrW = ::SetWindowLongPtrW;
     // Enumeration and comparison
     table.CryptAcquireContextW = ::CryptAcquireContextW;
     table.CryptCreateHash = ::CryptCreateHash;
