@@ -2,6 +2,9 @@
 #pragma once
 
 #include "../frame/frame_internal.h"
+#include <cstdlib>
+#include <memory>
+
 #include "../platform/unique_handles.h"
 
 // The folder path with one backslash at its end, appended when it has none (an empty path becomes "\").
@@ -9,6 +12,12 @@ CString WithTrailingBackslash(const CString& folder);
 
 // "." and "..", which every folder but a root lists and no walk descends into.
 bool IsDotsEntry(const WIN32_FIND_DATAW& entry);
+
+// A node of a list that the library is still holding, freed with free as the caller would.
+struct FreeListNode {
+    void operator()(FileListNode* node) const { std::free(node); }
+};
+using UniqueListNode = std::unique_ptr<FileListNode, FreeListNode>;
 
 // Chains a new node for path behind *tail and makes it the tail: malloc'd, zeroed, the path written with
 // a bounded format. A path that does not fit filePath, or memory that cannot be had, makes no node: a
@@ -64,3 +73,7 @@ void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFold
         }
     } while (sys().FindNextFileW(find.get(), &entry));
 }
+
+// TEMPORARY until the file-facts family lands in main: its two exports, as it declares them.
+VELMORA_EXPORT int GetFileDate(CString path, __time64_t* created, __time64_t* written, __time64_t* accessed);
+VELMORA_EXPORT int GetFileLength(CString path, ULONGLONG* length);

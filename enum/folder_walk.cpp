@@ -1,18 +1,9 @@
 // Folder walk and counting: GetFileCountInFolder, and the pieces every walk of this family shares.
 #include <atomic>
 #include <cstring>
-#include <memory>
 
 #include "../frame/extension_filter.h"
 #include "enum_internal.h"
-
-namespace {
-
-struct FreeNode {
-    void operator()(FileListNode* node) const { std::free(node); }
-};
-
-}  // namespace
 
 CString WithTrailingBackslash(const CString& folder) {
     if (!folder.IsEmpty() && folder[folder.GetLength() - 1] == _T('\\')) return folder;
@@ -26,7 +17,7 @@ bool IsDotsEntry(const WIN32_FIND_DATAW& entry) {
 
 void AppendNode(FileListNode*& tail, LPCWSTR path, DWORD flags) {
     // The caller owns every node that reaches the chain and frees it with free, so it comes from malloc.
-    std::unique_ptr<FileListNode, FreeNode> node(static_cast<FileListNode*>(std::malloc(sizeof(FileListNode))));
+    UniqueListNode node(static_cast<FileListNode*>(std::malloc(sizeof(FileListNode))));
     if (!node) return;
     std::memset(node.get(), 0, sizeof(FileListNode));
     if (WStrFormatBuffer(node->filePath, MAX_PATH, _T("%s"), path) < 0) return;
