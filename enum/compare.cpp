@@ -38,15 +38,23 @@ bool RelativePath(const CString& listed, const CString& folder, CString& relativ
     return true;
 }
 
+// The last-write time stamp of an entry, 0 when it cannot be read. A listed folder ends in a backslash,
+// which a search by name refuses, so the folder's own entry is asked for without it.
+__time64_t WrittenTime(const CString& path) {
+    CString entry = path;
+    if (entry.GetLength() > 1 && entry[entry.GetLength() - 1] == _T('\\')) entry = entry.Left(entry.GetLength() - 1);
+    __time64_t written = 0;
+    GetFileDate(entry, nullptr, &written, nullptr);
+    return written;
+}
+
 DWORD Differences(const CString& pathA, const CString& pathB, int useHash) {
     const DWORD attributesB = sys().GetFileAttributesW(pathB);
     if (attributesB == INVALID_FILE_ATTRIBUTES) return OnlyInA;
 
     DWORD bits = 0;
-    __time64_t writtenA = 0;
-    __time64_t writtenB = 0;
-    GetFileDate(CString(pathA), nullptr, &writtenA, nullptr);  // a time that cannot be read stays 0
-    GetFileDate(CString(pathB), nullptr, &writtenB, nullptr);
+    const __time64_t writtenA = WrittenTime(pathA);
+    const __time64_t writtenB = WrittenTime(pathB);
     if (writtenA > writtenB) bits |= NewerInA;
     else if (writtenA < writtenB) bits |= NewerInB;
 
