@@ -262,7 +262,9 @@ std::string DifferenceNames(DWORD flags) {
                   {NewerInB, "newer-in-B"},   {SizeDiffers, "size-differs"}, {ContentDiffers, "content-differs"}};
     std::string names;
     for (const auto& entry : kNames) {
-        if (flags & entry.bit) names += (names.empty() ? "" : ",") + std::string(entry.name);
+        if ((flags & entry.bit) == 0) continue;
+        if (!names.empty()) names += ',';
+        names += entry.name;
     }
     return names;
 }

@@ -122,7 +122,14 @@ BOOL WINAPI CryptGetHashParam(HCRYPTHASH hash, DWORD param, BYTE* data, DWORD* l
         case HP_HASHSIZE: return CopyParam(&size, sizeof size, data, length);
         case HP_HASHVAL:
             // Asking for the length, or offering too short a buffer, leaves the hash open as Windows does.
-            if (data == nullptr || *length < size) return CopyParam(nullptr, size, data, length);
+            if (data == nullptr) {
+                *length = size;
+                return TRUE;
+            }
+            if (*length < size) {
+                *length = size;
+                return Fail(ERROR_MORE_DATA, FALSE);
+            }
             if (!object->finished) {
                 if (EVP_DigestFinal_ex(object->context, object->value, &object->valueLength) != 1) return Fail(NTE_FAIL, FALSE);
                 object->finished = true;
