@@ -53,11 +53,13 @@ CString LibraryPath(const std::string& argument) {
 std::string Printable(LPCWSTR text) { return WStrToUtf8(text); }
 
 int Fail(const Command& command, const std::string& message, int code) {
+    std::fflush(stdout);  // what the command printed so far comes first when both streams go to one place
     std::fprintf(stderr, "velmora %s: %s\n", command.name, message.c_str());
     return code;
 }
 
 int UsageError(const Command& command, const std::string& message) {
+    std::fflush(stdout);
     std::fprintf(stderr, "velmora %s: %s\nusage: velmora %s\n", command.name, message.c_str(), command.usage);
     return kExitUsage;
 }

@@ -73,7 +73,3 @@ void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFold
         }
     } while (sys().FindNextFileW(find.get(), &entry));
 }
-
-// TEMPORARY until the file-facts family lands in main: its two exports, as it declares them.
-VELMORA_EXPORT int GetFileDate(CString path, __time64_t* created, __time64_t* written, __time64_t* accessed);
-VELMORA_EXPORT int GetFileLength(CString path, ULONGLONG* length);

@@ -18,6 +18,16 @@ head -c 100000 /dev/urandom > "$work/data/pics/photo.jpg"
 echo "Sample data in $work/data, mapped as drive D:"
 show --map "D=$work/data" --help
 
+# File properties: attribute flags, and the facts of a file with three names.
+ln "$work/data/docs/readme.txt" "$work/data/readme-link.txt"
+ln "$work/data/docs/readme.txt" "$work/data/pics/readme-copy.txt"
+show --map "D=$work/data" attrib 'D:\docs\readme.txt' +R +H
+show --map "D=$work/data" attrib 'D:\docs\readme.txt' -H +C
+show --map "D=$work/data" attrib 'D:\docs\readme.txt' -R
+show --map "D=$work/data" stat 'D:\docs\readme.txt'
+show --map "D=$work/data" stat 'D:\pics\*.jpg'
+show --map "D=$work/data" stat 'D:\'
+
 # Enumeration and comparison: a count with its report, MD5 digests that md5sum checks, and a comparison
 # of the data with a changed copy of it.
 show --map "D=$work/data" count 'D:\'

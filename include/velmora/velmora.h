@@ -60,6 +60,57 @@ public:
     CVelmora& operator=(CVelmora&& other);
 };
 
+// ---- File properties: attribute flags and NTFS compression.
+//
+// Flag outputs receive exactly 1 (the bit is set) or 0. A path that cannot be reached makes every one of
+// these return 0 and leaves every output as it was.
+
+// Reads the attribute word once and answers up to five questions from it, through optional pointers:
+// read-only, NTFS-compressed, hidden, system, encrypted. 1 when the word could be read.
+VELMORA_EXPORT int GetFileProperty(CString path, int* readOnly, int* compressed, int* hidden, int* system,
+                                   int* encrypted);
+// One flag each, through GetFileProperty. flag is required: null gives 0 without reading anything.
+VELMORA_EXPORT int GetReadOnlyFlag(CString path, int* flag);
+VELMORA_EXPORT int GetCompressNtfs(CString path, int* flag);
+VELMORA_EXPORT int GetHiddenFlag(CString path, int* flag);
+VELMORA_EXPORT int GetSystemFlag(CString path, int* flag);
+// Sets the bit when set is 1 and clears it for any other value; every other bit of the word is written
+// back as it was read. The result is the success of the attribute write.
+VELMORA_EXPORT int SetReadOnlyFlag(CString path, int set);
+VELMORA_EXPORT int SetHiddenFlag(CString path, int set);
+VELMORA_EXPORT int SetSystemFlag(CString path, int set);
+// Compresses the file or folder when compress is 1 and decompresses it otherwise (a folder's own state
+// only; nothing inside it is visited). A read-only path is made writable for the change and read-only
+// again afterwards, whether or not the change succeeded. 1 when the file system took the new state; 0
+// also on volumes without compression (FAT, host folders).
+VELMORA_EXPORT int SetCompressNtfs(CString path, int compress);
+
+// ---- File properties: file facts.
+
+// The creation, last-write and last-access times of the path's own directory entry (a folder's own
+// times; a pattern with wildcards gives its first match's), through optional pointers. 1 on success; 0
+// with the outputs untouched when nothing is found.
+//
+// A time stamp counts whole seconds since 1970-01-01 00:00:00 UTC, the value of CTime. The fraction of a
+// second is dropped toward the earlier second, so 1969-12-31 23:59:59.5 gives -1. Every time the file
+// system can hold converts exactly, with nothing refused or clamped: times before 1970 as negative counts
+// (1601-01-01, the earliest, gives -11644473600), times after the year 3000, which MFC's own CTime
+// refuses with an exception, as their exact counts. Comparisons and sorting therefore stay correct at
+// both ends.
+VELMORA_EXPORT int GetFileDate(CString path, __time64_t* created, __time64_t* written, __time64_t* accessed);
+// The size in bytes of the path's own directory entry (0 for a folder; a pattern gives its first match's
+// size). length is required: null gives 0 at once. 1 on success; 0 with length untouched otherwise.
+VELMORA_EXPORT int GetFileLength(CString path, ULONGLONG* length);
+// -1 when the path does not exist or cannot be read, 1 for an existing path that is not a folder, 2 for
+// a folder (a drive root included).
+VELMORA_EXPORT int GetPathIsFileOrFolder(CString path);
+// The number of names (hard links) of a file when it has 2 or more, 0 when it has one, -1 when it cannot
+// be opened without sharing (in use elsewhere, a folder, missing) or asked. With several names and names
+// not null, the names are appended after the entries already there, each from the volume root without
+// the drive letter ("\dir\file.txt"), the given name among them; a name the platform cannot give ends
+// the list early. A file with one name leaves names untouched.
+VELMORA_EXPORT int GetFileIsHardlink(CString path, CStringArray* names);
+
 // ---- Enumeration and comparison: folder walks, hashing, comparison, content test.
 // Walks path and every folder below it, in the order the file system lists them, a folder before its
 // contents. Counters are only added to: files, folders and the bytes of the files counted (a size that
