@@ -32,6 +32,8 @@ show --map "D=$work/data" stat 'D:\'
 # of the data with a changed copy of it.
 show --map "D=$work/data" count 'D:\'
 show --map "D=$work/data" count 'D:\' --list --ext .txt.jpg
+echo
+echo "\$ velmora hash docs/readme.txt pics/photo.jpg > sums && md5sum -c sums"
 (cd "$work/data" && "$velmora" hash docs/readme.txt pics/photo.jpg > "$work/sums" && cat "$work/sums" && md5sum -c "$work/sums")
 cp -a "$work/data" "$work/copy"
 printf 'hello, again\n' > "$work/copy/docs/readme.txt"

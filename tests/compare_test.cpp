@@ -151,18 +151,4 @@ TEST_F(CompareFolders, FileThatCannotBeHashedKeepsItsOtherBits) {
     sys().CloseHandle(other);
 }
 
-TEST_F(CompareFolders, ResultsAreChainedBehindTheTailGiven) {
-    WriteFile("A/x.txt", "x");
-    MakeFolder("B");
-    SettleTimes();
-    auto* tail = static_cast<FileListNode*>(std::calloc(1, sizeof(FileListNode)));
-    CompareFolder(W("T:\\A"), W("T:\\B"), tail, 0, 0);
-    FileListNode* result = tail->next;  // copied out: the packed field is not pointer-aligned
-    ASSERT_NE(result, nullptr);
-    EXPECT_EQ(U(result->filePath), "\\x.txt");
-    EXPECT_EQ(result->flags, OnlyInA);
-    std::free(result);
-    std::free(tail);
-}
-
 }  // namespace

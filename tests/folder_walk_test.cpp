@@ -197,17 +197,6 @@ TEST_F(FolderWalk, CancelSetFromAnotherThreadEndsTheWalkBeforeItsNextEntryWithEv
     EXPECT_EQ(openSearches, 0);
 }
 
-TEST_F(FolderWalk, EveryNodeIsZeroedBeyondItsPath) {
-    WriteFile("t/a", "1");
-    FileListNode head{};
-    GetFileCountInFolder(Win("t"), nullptr, nullptr, nullptr, &head, CString(), nullptr);
-    const FileListNode* node = head.next;
-    ASSERT_NE(node, nullptr);
-    const size_t used = WStrLen(node->filePath);
-    for (size_t i = used; i < MAX_PATH; ++i) ASSERT_EQ(node->filePath[i], 0) << i;
-    TakeChain(head);
-}
-
 TEST_F(FolderWalk, ContentTestFindsAnyEntryButDots) {
     MakeFolder("empty");
     MakeFolder("onlysub/inner");

@@ -85,6 +85,24 @@ TEST_F(ListCtrl, InsertsRowsAndReadsBackEveryColumn) {
     EXPECT_EQ(U(list_.GetItemText(0, 0)), "T:\\a.txt");
     EXPECT_EQ(U(list_.GetItemText(1, 1)), "2024/03/05 07:08");
     EXPECT_EQ(U(list_.GetItemText(0, 1)), "");
+    // Rows that cannot exist are refused; past the end appends.
+    EXPECT_EQ(list_.InsertItem(-1, _T("x")), -1);
+    EXPECT_FALSE(list_.SetItemText(5, 0, _T("no such row")));
+    EXPECT_EQ(list_.InsertItem(99, _T("T:\\c.txt")), 2);
+    // The control cuts a text to the caller's buffer, NUL included.
+    WCHAR cut[4];
+    EXPECT_EQ(list_.GetItemText(2, 0, cut, 4), 3);
+    EXPECT_EQ(U(cut), "T:\\");
+}
+
+TEST(ListCtrlSorting, SortingStyleOrdersRowsWithoutRegardToCase) {
+    CListCtrl sorted;
+    ASSERT_TRUE(sorted.Create(LVS_REPORT | LVS_SORTASCENDING, RECT{0, 0, 200, 100}, nullptr, 1));
+    sorted.InsertItem(0, _T("b"));
+    sorted.InsertItem(0, _T("C"));
+    EXPECT_EQ(sorted.InsertItem(5, _T("a")), 0);
+    EXPECT_EQ(U(sorted.GetItemText(1, 0)), "b");
+    EXPECT_EQ(U(sorted.GetItemText(2, 0)), "C");
 }
 
 TEST_F(ListCtrl, GetItemTextGrowsItsBufferForLongTexts) {
