@@ -10,8 +10,7 @@ enum SizeFilterMode { kNoSizeFilter = 0, kSameKilobytes = 1, kSizeAtLeast = 2, k
 
 constexpr ULONGLONG kKilobyte = 1024;
 
-// The list-view columns of a report row.
-constexpr int kPathColumn = 0;
+// The list-view columns of a report row after the path, which is the row's own text.
 constexpr int kWrittenColumn = 1;
 constexpr int kSizeColumn = 2;
 
@@ -64,7 +63,6 @@ VELMORA_EXPORT void GetFileCountInFolderEx(CString path, ULONGLONG* pFileCount, 
                                            ULONGLONG* pTotalSize, FileListNode* pListTail, CString extFilter,
                                            BOOL* pCancel, COleDateTime dateFrom, COleDateTime dateTo, int dateMode,
                                            ULONGLONG sizeLimit, int sizeMode, CListCtrl* pListCtrl) {
-    static_assert(kPathColumn == 0, "the path is the item's own text");
     VelmoraGuardedVoidCall([&] {
         WalkOneLevel(path, pListTail, extFilter.IsEmpty(), pFolderCount, pCancel,
                      [&](const CString& folder, FileListNode* tail) {
