@@ -1,6 +1,6 @@
 // Smoke run of the Windows DLL under a real Win32 implementation: load it by name, find the exports by
 // their plain names, read its version block, and call what can be called without a volume of our own.
-#include <windows.h>
+#include <velmora/velmora.h>
 
 #include <cstdio>
 #include <cwchar>
@@ -28,6 +28,63 @@ bool VersionTextIs(const wchar_t* path, const wchar_t* key, const wchar_t* want)
     return VerQueryValueW(block, query, reinterpret_cast<void**>(&value), &length) && length > 0 && std::wcscmp(value, want) == 0;
 }
 
+// An export found by its plain name, typed from its declaration in the public header.
+template <class Function>
+Function Export(HMODULE module, const char* name) {
+    FARPROC address = GetProcAddress(module, name);
+    Check(address != nullptr, name);
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
+}
+#define EXPORT(module, name) Export<decltype(&::name)>(module, #name)
+
+// Attribute flags and file facts against a real Win32 file system.
+void FileProperties(HMODULE module) {
+    auto getProperty = EXPORT(module, GetFileProperty);
+    auto setHidden = EXPORT(module, SetHiddenFlag);
+    auto getHidden = EXPORT(module, GetHiddenFlag);
+    auto setReadOnly = EXPORT(module, SetReadOnlyFlag);
+    auto getLength = EXPORT(module, GetFileLength);
+    auto getDate = EXPORT(module, GetFileDate);
+    auto kind = EXPORT(module, GetPathIsFileOrFolder);
+    auto links = EXPORT(module, GetFileIsHardlink);
+    if (!getProperty || !setHidden || !getHidden || !setReadOnly || !getLength || !getDate || !kind || !links) return;
+
+    wchar_t folder[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    wchar_t file[MAX_PATH], second[MAX_PATH];
+    std::swprintf(file, MAX_PATH, L"%lsvelmora-smoke.txt", folder);
+    std::swprintf(second, MAX_PATH, L"%lsvelmora-smoke-link.txt", folder);
+    DeleteFileW(second);
+    SetFileAttributesW(file, FILE_ATTRIBUTE_NORMAL);
+    HANDLE handle = CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    WriteFile(handle, "12345", 5, &written, nullptr);
+    CloseHandle(handle);
+
+    Check(kind(CString(L"C:\\")) == 2, "GetPathIsFileOrFolder of C:\\ is 2");
+    Check(kind(CString(file)) == 1, "GetPathIsFileOrFolder of a file is 1");
+    Check(kind(CString(L"C:\\no\\such\\thing")) == -1, "GetPathIsFileOrFolder of a missing path is -1");
+    ULONGLONG length = 0;
+    Check(getLength(CString(file), &length) == 1 && length == 5, "GetFileLength of a 5-byte file");
+    __time64_t written64 = 0;
+    Check(getDate(CString(file), nullptr, &written64, nullptr) == 1 && written64 > 1600000000, "GetFileDate gives the last write");
+    int hidden = -1;
+    Check(setHidden(CString(file), 1) == 1 && getHidden(CString(file), &hidden) == 1 && hidden == 1, "hidden flag set");
+    Check(setHidden(CString(file), 2) == 1 && getHidden(CString(file), &hidden) == 1 && hidden == 0, "an option of 2 clears");
+    int readOnly = -1, compressed = -1, system = -1, encrypted = -1;
+    Check(setReadOnly(CString(file), 1) == 1 &&
+              getProperty(CString(file), &readOnly, &compressed, &hidden, &system, &encrypted) == 1 && readOnly == 1 &&
+              hidden == 0 && system == 0 && encrypted == 0,
+          "GetFileProperty reads the five flags in one go");
+    setReadOnly(CString(file), 0);
+    Check(links(CString(file), nullptr) == 0, "a file with one name is no hard link");
+    if (CreateHardLinkW(second, file, nullptr)) {
+        Check(links(CString(file), nullptr) == 2, "a file with two names has 2 links");
+        DeleteFileW(second);
+    }
+    DeleteFileW(file);
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -50,6 +107,8 @@ int wmain(int argc, wchar_t** argv) {
     reinterpret_cast<Constructor>(reinterpret_cast<void*>(GetProcAddress(module, "_ZN8CVelmoraC1Ev")))(a);
     void* assigned = reinterpret_cast<Assign>(reinterpret_cast<void*>(GetProcAddress(module, "_ZN8CVelmoraaSERKS_")))(a, b);
     Check(assigned == a, "CVelmora::operator= returns the object assigned to");
+
+    FileProperties(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "../../api.h"
-#include "../host.h"
+#include "../../platform/api.h"
+#include "../../platform/linux/host.h"
 
 namespace {
 

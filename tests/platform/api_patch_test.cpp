@@ -1,7 +1,7 @@
 // ApiPatch: patches of one table entry nest, and each reaches the one it replaced.
 #include <gtest/gtest.h>
 
-#include "../../api_patch.h"
+#include "../../platform/api_patch.h"
 
 TEST(ApiPatch, InnerPatchGivesTheOuterOneBackAndReachesItAsOriginal) {
     const auto real = sys().GetFileAttributesW;

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <set>
 
-#include "../../../tests/support/host_fixture.h"
+#include "../support/host_fixture.h"
 
 namespace {
 

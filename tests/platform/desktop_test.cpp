@@ -5,8 +5,8 @@
 
 #include <afxwin.h>
 
-#include "../../api.h"
-#include "../desktop.h"
+#include "../../platform/api.h"
+#include "../../platform/linux/desktop.h"
 
 namespace {
 
