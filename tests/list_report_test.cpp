@@ -149,6 +149,13 @@ TEST_F(ListReport, DateFilterComparesTheFilesDayAtMidnight) {
     }
 }
 
+TEST_F(ListReport, FileDateThatCannotBeMadeNeverExcludes) {
+    File("t/a", 1, kMay1);
+    ApiPatch<&Win32Api::FileTimeToSystemTime> convert([](const FILETIME*, LPSYSTEMTIME) { return FALSE; });
+    const COleDateTime later(2030, 1, 1, 0, 0, 0);
+    EXPECT_EQ(Run(later, later, 1, 0, 0).files, 1u);
+}
+
 TEST_F(ListReport, FileWhoseSizeCannotBeReadIsCountedShowingZeroBytes) {
     File("t/a", 4096, kMay1);
     ApiPatch<&Win32Api::FindFirstFileW> find([&](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
