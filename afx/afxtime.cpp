@@ -3,15 +3,16 @@
 
 #include "../platform/api.h"
 #include "afx.h"
+#include "afxcalendar.h"
 
 namespace {
 
 constexpr LONGLONG kFileTimeTicksPerSecond = 10000000;
 constexpr LONGLONG kFileTimeAt1970 = 116444736000000000;  // 100-ns ticks from 1601 to 1970
 
-// Days from 1970-01-01 to a proleptic Gregorian date (Howard Hinnant's algorithm), so that no host
-// time-zone or range limit takes part in the arithmetic.
-LONGLONG DaysFromCivil(LONGLONG year, unsigned month, unsigned day) {
+}  // namespace
+
+LONGLONG AfxDaysFromCivil(LONGLONG year, unsigned month, unsigned day) {
     year -= month <= 2;
     const LONGLONG era = (year >= 0 ? year : year - 399) / 400;
     const unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
@@ -20,12 +21,7 @@ LONGLONG DaysFromCivil(LONGLONG year, unsigned month, unsigned day) {
     return era * 146097 + static_cast<LONGLONG>(dayOfEra) - 719468;
 }
 
-struct Civil {
-    LONGLONG year;
-    unsigned month, day, hour, minute, second;
-};
-
-Civil CivilFromTime(__time64_t time) {
+AfxCivil AfxCivilFromTime(__time64_t time) {
     LONGLONG days = time / 86400;
     LONGLONG seconds = time % 86400;
     if (seconds < 0) {
@@ -45,8 +41,6 @@ Civil CivilFromTime(__time64_t time) {
             static_cast<unsigned>(seconds % 60)};
 }
 
-}  // namespace
-
 __time64_t AfxFileTimeToTime64(const FILETIME& fileTime) {
     const LONGLONG ticks = static_cast<LONGLONG>((static_cast<ULONGLONG>(fileTime.dwHighDateTime) << 32) | fileTime.dwLowDateTime);
     // FILETIME values above 0x7FFF... are invalid on Windows too; read them as the largest valid one.
@@ -59,14 +53,14 @@ __time64_t AfxFileTimeToTime64(const FILETIME& fileTime) {
 CTime::CTime(const FILETIME& fileTime, int /*dst*/) : m_time(AfxFileTimeToTime64(fileTime)) {}
 
 CTime::CTime(int year, int month, int day, int hour, int minute, int second, int /*dst*/)
-    : m_time(DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400 + hour * 3600LL +
+    : m_time(AfxDaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400 + hour * 3600LL +
              minute * 60LL + second) {}
 
 CTime CTime::GetCurrentTime() { return CTime(static_cast<__time64_t>(std::time(nullptr))); }
 
-int CTime::GetYear() const { return static_cast<int>(CivilFromTime(m_time).year); }
-int CTime::GetMonth() const { return static_cast<int>(CivilFromTime(m_time).month); }
-int CTime::GetDay() const { return static_cast<int>(CivilFromTime(m_time).day); }
-int CTime::GetHour() const { return static_cast<int>(CivilFromTime(m_time).hour); }
-int CTime::GetMinute() const { return static_cast<int>(CivilFromTime(m_time).minute); }
-int CTime::GetSecond() const { return static_cast<int>(CivilFromTime(m_time).second); }
+int CTime::GetYear() const { return static_cast<int>(AfxCivilFromTime(m_time).year); }
+int CTime::GetMonth() const { return static_cast<int>(AfxCivilFromTime(m_time).month); }
+int CTime::GetDay() const { return static_cast<int>(AfxCivilFromTime(m_time).day); }
+int CTime::GetHour() const { return static_cast<int>(AfxCivilFromTime(m_time).hour); }
+int CTime::GetMinute() const { return static_cast<int>(AfxCivilFromTime(m_time).minute); }
+int CTime::GetSecond() const { return static_cast<int>(AfxCivilFromTime(m_time).second); }

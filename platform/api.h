@@ -101,6 +101,21 @@ struct Win32Api {
     LONG_PTR(WINAPI* GetWindowLongPtrW)(HWND window, int index);
     LONG_PTR(WINAPI* SetWindowLongPtrW)(HWND window, int index, LONG_PTR value);
 
+    // --- Enumeration and comparison: CryptoAPI hashing (advapi32).
+    // CryptAcquireContextW gives a provider of PROV_RSA_FULL (MD5, SHA-1) or PROV_RSA_AES (also SHA-256/384/512);
+    // with no key container only CRYPT_VERIFYCONTEXT is served (NTE_BAD_KEYSET otherwise), an unknown type
+    // fails with NTE_PROV_TYPE_NOT_DEF. CryptCreateHash fails with NTE_BAD_ALGID for an algorithm the provider
+    // does not hash. CryptGetHashParam(HP_HASHVAL) finishes the hash; with a buffer that is too short it fails
+    // with ERROR_MORE_DATA and puts the needed length in *length, leaving the buffer alone; after it the hash
+    // takes no more data (NTE_BAD_HASH_STATE). HP_HASHSIZE and HP_ALGID give a DWORD.
+    BOOL(WINAPI* CryptAcquireContextW)(HCRYPTPROV* provider, LPCWSTR container, LPCWSTR providerName, DWORD type,
+                                       DWORD flags);
+    BOOL(WINAPI* CryptCreateHash)(HCRYPTPROV provider, ALG_ID algorithm, HCRYPTKEY key, DWORD flags, HCRYPTHASH* hash);
+    BOOL(WINAPI* CryptHashData)(HCRYPTHASH hash, const BYTE* data, DWORD length, DWORD flags);
+    BOOL(WINAPI* CryptGetHashParam)(HCRYPTHASH hash, DWORD param, BYTE* data, DWORD* length, DWORD flags);
+    BOOL(WINAPI* CryptDestroyHash)(HCRYPTHASH hash);
+    BOOL(WINAPI* CryptReleaseContext)(HCRYPTPROV provider, DWORD flags);
+
     // --- Copy engine: file copies, the shell's file operation and the task dialog.
     // CopyFileExW copies in chunks; it calls the progress routine once with CALLBACK_STREAM_SWITCH and
     // nothing transferred, then with CALLBACK_CHUNK_FINISHED after each chunk, with the totals of the one

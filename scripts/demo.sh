@@ -28,6 +28,20 @@ show --map "D=$work/data" stat 'D:\docs\readme.txt'
 show --map "D=$work/data" stat 'D:\pics\*.jpg'
 show --map "D=$work/data" stat 'D:\'
 
+# Enumeration and comparison: a count with its report, MD5 digests that md5sum checks, and a comparison
+# of the data with a changed copy of it.
+show --map "D=$work/data" count 'D:\'
+show --map "D=$work/data" count 'D:\' --list --ext .txt.jpg
+echo
+echo "\$ velmora hash docs/readme.txt pics/photo.jpg > sums && md5sum -c sums"
+(cd "$work/data" && "$velmora" hash docs/readme.txt pics/photo.jpg > "$work/sums" && cat "$work/sums" && md5sum -c "$work/sums")
+cp -a "$work/data" "$work/copy"
+printf 'hello, again\n' > "$work/copy/docs/readme.txt"
+printf 'new\n' > "$work/copy/docs/notes.txt"
+touch -d '2001-02-03 04:05:06' "$work/copy/pics/photo.jpg"
+show --map "D=$work/data" --map "E=$work/copy" compare 'D:\' 'E:\' --both --hash
+show --map "D=$work/data" isempty 'D:\docs'
+
 # ---- Copy engine: a direct copy with its progress bar, a filtered copy, the shell way with the overwrite
 # question answered on the terminal, folders made and deleted.
 head -c 6000000 /dev/urandom > "$work/data/pics/movie.bin"

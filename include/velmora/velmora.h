@@ -13,6 +13,7 @@
 #include <afxcmn.h>
 #include <afxcoll.h>
 #include <afxwin.h>
+#include <afxdisp.h>
 
 #include <cstdint>
 #include <vector>
@@ -109,6 +110,63 @@ VELMORA_EXPORT int GetPathIsFileOrFolder(CString path);
 // the drive letter ("\dir\file.txt"), the given name among them; a name the platform cannot give ends
 // the list early. A file with one name leaves names untouched.
 VELMORA_EXPORT int GetFileIsHardlink(CString path, CStringArray* names);
+
+// ---- Enumeration and comparison: folder walks, hashing, comparison, content test.
+// Walks path and every folder below it, in the order the file system lists them, a folder before its
+// contents. Counters are only added to: files, folders and the bytes of the files counted (a size that
+// cannot be read adds nothing). Each counted entry's full path is chained behind pListTail (a node whose
+// next is null), files as folder\name and folders with a backslash at the end; pListTail null makes no
+// list. A non-empty extFilter (".jpg.png", text before the first dot ignored, case ignored) counts and
+// lists only the files it matches, and no folders, though every folder is still walked. The walk stops
+// before its next entry once *pCancel equals 1, which another thread may set meanwhile.
+//
+// A path that does not fit a node's 259 units is counted but makes no node. A subfolder that is a
+// reparse point (junction or folder link) is counted and listed but not entered, so a link back into
+// its own tree cannot make the walk endless.
+VELMORA_EXPORT void GetFileCountInFolder(CString path, ULONGLONG* pFileCount, ULONGLONG* pFolderCount,
+                                         ULONGLONG* pTotalSize, FileListNode* pListTail, CString extFilter,
+                                         BOOL* pCancel);
+
+// The same walk with two more filters on files and a report. dateMode 1 keeps files whose last-write day
+// (UTC, at midnight) lies between dateFrom and dateTo, 2 those not before dateFrom, 3 those not after
+// dateTo; an invalid date never excludes. sizeMode 1 keeps files with the same size in KB (rounded down)
+// as sizeLimit, 2 those of at least sizeLimit bytes, 3 those of at most sizeLimit bytes. Other modes do
+// not filter. A file left out by the size filter still adds its size to *pTotalSize. Each counted file
+// becomes a row of pListCtrl (path; with pTotalSize given also "YYYY/MM/DD hh:mm" UTC and the size as
+// "N KB" from 1024 bytes up, "N バイト" below).
+VELMORA_EXPORT void GetFileCountInFolderEx(CString path, ULONGLONG* pFileCount, ULONGLONG* pFolderCount,
+                                           ULONGLONG* pTotalSize, FileListNode* pListTail, CString extFilter,
+                                           BOOL* pCancel, COleDateTime dateFrom, COleDateTime dateTo, int dateMode,
+                                           ULONGLONG sizeLimit, int sizeMode, CListCtrl* pListCtrl);
+
+// The raw digest of a file's bytes into the 16-byte buffer pHash (zeroed first), through CryptoAPI with
+// algId (CALG_MD5). The file is opened without sharing. 1 on success; 0 with the buffer all zeros when the
+// file cannot be opened or read to its end, the algorithm is unknown, or its digest is longer than 16
+// bytes (SHA-1 and up are refused rather than reported as all zeros).
+VELMORA_EXPORT int GetFileHash(CString path, BYTE* pHash, ALG_ID algId);
+// 0 when the two files have equal digests, 1 when they differ, -1 when either cannot be hashed (pathB is
+// not looked at when pathA fails).
+VELMORA_EXPORT int CompareFileHash(CString pathA, CString pathB, ALG_ID algId);
+
+// Difference bits of CompareFolder's result nodes. OnlyInA and OnlyInB stand alone; the others combine.
+constexpr DWORD OnlyInA = 0x1;
+constexpr DWORD OnlyInB = 0x2;
+constexpr DWORD NewerInA = 0x10;
+constexpr DWORD NewerInB = 0x20;
+constexpr DWORD SizeDiffers = 0x100;
+constexpr DWORD ContentDiffers = 0x1000;
+
+// Compares two folder trees entry by entry by their paths relative to each folder, and chains one node
+// per entry that differs behind pResultTail: filePath the relative path (the text after folderA as given,
+// so give both folders in the same form, both with or both without a trailing backslash), flags the
+// difference bits. Time stamps are compared in whole seconds. bothWays 1 also reports entries found only
+// below folderB (after all others); useHash 1 also compares the contents of files by MD5.
+VELMORA_EXPORT void CompareFolder(CString folderA, CString folderB, FileListNode* pResultTail, int bothWays,
+                                  int useHash);
+
+// 1 when the folder holds any entry at all besides "." and "..", hidden and system ones included; 0 when it
+// holds none or cannot be listed (missing, a file).
+VELMORA_EXPORT int IsFileExistsInFolder(CString path);
 
 // ---- Copy engine: shell copy, multi-source copy, direct copy, folder creation and deletion.
 

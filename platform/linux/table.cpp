@@ -60,6 +60,13 @@ Win32Api MakeLinuxTable() {
     table.IsWindowVisible = vlx::IsWindowVisible;
     table.GetWindowLongPtrW = vlx::GetWindowLongPtrW;
     table.SetWindowLongPtrW = vlx::SetWindowLongPtrW;
+    // Enumeration and comparison
+    table.CryptAcquireContextW = vlx::CryptAcquireContextW;
+    table.CryptCreateHash = vlx::CryptCreateHash;
+    table.CryptHashData = vlx::CryptHashData;
+    table.CryptGetHashParam = vlx::CryptGetHashParam;
+    table.CryptDestroyHash = vlx::CryptDestroyHash;
+    table.CryptReleaseContext = vlx::CryptReleaseContext;
     // Copy engine
     table.CopyFileW = vlx::CopyFileW;
     table.CopyFileExW = vlx::CopyFileExW;

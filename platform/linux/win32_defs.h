@@ -466,6 +466,117 @@ typedef struct tagCREATESTRUCTW {
     DWORD dwExStyle;
 } CREATESTRUCTW, *LPCREATESTRUCTW;
 
+// ---- Enumeration and comparison: CryptoAPI hashing, list views
+
+// CryptoAPI
+#define PROV_RSA_FULL 1
+#define PROV_RSA_AES 24
+#define CRYPT_VERIFYCONTEXT 0xF0000000
+#define CRYPT_NEWKEYSET 0x00000008
+#define CRYPT_DELETEKEYSET 0x00000010
+#define CRYPT_MACHINE_KEYSET 0x00000020
+#define CRYPT_SILENT 0x00000040
+#define HP_ALGID 0x0001
+#define HP_HASHVAL 0x0002
+#define HP_HASHSIZE 0x0004
+#define ALG_CLASS_HASH (4 << 13)
+#define ALG_TYPE_ANY 0
+#define ALG_SID_MD2 1
+#define ALG_SID_MD4 2
+#define ALG_SID_MD5 3
+#define ALG_SID_SHA1 4
+#define ALG_SID_SHA_256 12
+#define ALG_SID_SHA_384 13
+#define ALG_SID_SHA_512 14
+#define CALG_MD2 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD2)
+#define CALG_MD4 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD4)
+#define CALG_MD5 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_MD5)
+#define CALG_SHA1 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA1)
+#define CALG_SHA CALG_SHA1
+#define CALG_SHA_256 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_256)
+#define CALG_SHA_384 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_384)
+#define CALG_SHA_512 (ALG_CLASS_HASH | ALG_TYPE_ANY | ALG_SID_SHA_512)
+#define NTE_BAD_UID static_cast<DWORD>(0x80090001L)
+#define NTE_BAD_HASH static_cast<DWORD>(0x80090002L)
+#define NTE_BAD_KEY static_cast<DWORD>(0x80090003L)
+#define NTE_BAD_ALGID static_cast<DWORD>(0x80090008L)
+#define NTE_BAD_FLAGS static_cast<DWORD>(0x80090009L)
+#define NTE_BAD_HASH_STATE static_cast<DWORD>(0x8009000BL)
+#define NTE_BAD_TYPE static_cast<DWORD>(0x8009000AL)
+#define NTE_BAD_KEYSET static_cast<DWORD>(0x80090016L)
+#define NTE_PROV_TYPE_NOT_DEF static_cast<DWORD>(0x80090017L)
+#define NTE_BAD_KEYSET_PARAM static_cast<DWORD>(0x8009001FL)
+#define NTE_FAIL static_cast<DWORD>(0x80090020L)
+
+// OLE automation date: days since 1899-12-30 00:00, the fraction being the time of day.
+typedef double DATE;
+
+// List-view control (comctl32)
+#define WC_LISTVIEWW u"SysListView32"
+#define LVS_ICON 0x0000
+#define LVS_REPORT 0x0001
+#define LVS_SMALLICON 0x0002
+#define LVS_LIST 0x0003
+#define LVS_SINGLESEL 0x0004
+#define LVS_SHOWSELALWAYS 0x0008
+#define LVS_SORTASCENDING 0x0010
+#define LVS_SORTDESCENDING 0x0020
+#define LVM_FIRST 0x1000
+#define LVM_GETITEMCOUNT (LVM_FIRST + 4)
+#define LVM_DELETEITEM (LVM_FIRST + 8)
+#define LVM_DELETEALLITEMS (LVM_FIRST + 9)
+#define LVM_DELETECOLUMN (LVM_FIRST + 28)
+#define LVM_GETITEMW (LVM_FIRST + 75)
+#define LVM_INSERTITEMW (LVM_FIRST + 77)
+#define LVM_GETCOLUMNW (LVM_FIRST + 95)
+#define LVM_INSERTCOLUMNW (LVM_FIRST + 97)
+#define LVM_GETITEMTEXTW (LVM_FIRST + 115)
+#define LVM_SETITEMTEXTW (LVM_FIRST + 116)
+#define LVIF_TEXT 0x00000001
+#define LVIF_IMAGE 0x00000002
+#define LVIF_PARAM 0x00000004
+#define LVIF_STATE 0x00000008
+#define LVCF_FMT 0x0001
+#define LVCF_WIDTH 0x0002
+#define LVCF_TEXT 0x0004
+#define LVCF_SUBITEM 0x0008
+#define LVCFMT_LEFT 0x0000
+#define LVCFMT_RIGHT 0x0001
+#define LVCFMT_CENTER 0x0002
+#define LPSTR_TEXTCALLBACKW (reinterpret_cast<LPWSTR>(static_cast<LONG_PTR>(-1)))
+
+typedef struct tagLVITEMW {
+    UINT mask;
+    int iItem;
+    int iSubItem;
+    UINT state;
+    UINT stateMask;
+    LPWSTR pszText;
+    int cchTextMax;
+    int iImage;
+    LPARAM lParam;
+    int iIndent;
+    int iGroupId;
+    UINT cColumns;
+    UINT* puColumns;
+    int* piColFmt;
+    int iGroup;
+} LVITEMW, *LPLVITEMW;
+
+typedef struct tagLVCOLUMNW {
+    UINT mask;
+    int fmt;
+    int cx;
+    LPWSTR pszText;
+    int cchTextMax;
+    int iSubItem;
+    int iImage;
+    int iOrder;
+    int cxMin;
+    int cxDefault;
+    int cxIdeal;
+} LVCOLUMNW, *LPLVCOLUMNW;
+
 // ---- Copy engine: the shell's file operation, the task dialog and the progress bar.
 
 #ifndef S_OK

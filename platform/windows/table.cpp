@@ -59,6 +59,13 @@ Win32Api MakeWindowsTable() {
     table.IsWindowVisible = ::IsWindowVisible;
     table.GetWindowLongPtrW = ::GetWindowLongPtrW;
     table.SetWindowLongPtrW = ::SetWindowLongPtrW;
+    // Enumeration and comparison
+    table.CryptAcquireContextW = ::CryptAcquireContextW;
+    table.CryptCreateHash = ::CryptCreateHash;
+    table.CryptHashData = ::CryptHashData;
+    table.CryptGetHashParam = ::CryptGetHashParam;
+    table.CryptDestroyHash = ::CryptDestroyHash;
+    table.CryptReleaseContext = ::CryptReleaseContext;
     // Copy engine
     table.CopyFileW = ::CopyFileW;
     table.CopyFileExW = ::CopyFileExW;

@@ -21,5 +21,10 @@
 #include <winioctl.h>
 #include <shlwapi.h>
 #include <tchar.h>
+// Enumeration and comparison: CryptoAPI hashing and the list-view control.
+#include <wincrypt.h>
+#include <commctrl.h>
+#include <wtypes.h>
+
 #include <shellapi.h>
 #include <commctrl.h>

@@ -3,6 +3,8 @@
 #include <velmora/velmora.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <cwchar>
 #include <initializer_list>
 
@@ -85,6 +87,55 @@ void FileProperties(HMODULE module) {
     DeleteFileW(file);
 }
 
+// Enumeration and comparison: MD5 through the real CryptoAPI, a walk, a content test and a comparison.
+void Enumeration(HMODULE module) {
+    auto hash = EXPORT(module, GetFileHash);
+    auto compareHash = EXPORT(module, CompareFileHash);
+    auto count = EXPORT(module, GetFileCountInFolder);
+    auto holds = EXPORT(module, IsFileExistsInFolder);
+    auto compare = EXPORT(module, CompareFolder);
+    if (!hash || !compareHash || !count || !holds || !compare) return;
+
+    wchar_t temp[MAX_PATH], a[MAX_PATH], b[MAX_PATH], fileA[MAX_PATH], fileB[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    std::swprintf(a, MAX_PATH, L"%lsvelmora-smoke-a", temp);
+    std::swprintf(b, MAX_PATH, L"%lsvelmora-smoke-b", temp);
+    std::swprintf(fileA, MAX_PATH, L"%ls\\x.txt", a);
+    std::swprintf(fileB, MAX_PATH, L"%ls\\x.txt", b);
+    CreateDirectoryW(a, nullptr);
+    CreateDirectoryW(b, nullptr);
+    for (const wchar_t* path : {fileA, fileB}) {
+        HANDLE handle = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        DWORD written = 0;
+        WriteFile(handle, path == fileA ? "12345" : "12346", 5, &written, nullptr);
+        CloseHandle(handle);
+    }
+
+    BYTE digest[16] = {};
+    static const BYTE kMd5Of12345[16] = {0x82, 0x7c, 0xcb, 0x0e, 0xea, 0x8a, 0x70, 0x6c,
+                                         0x4c, 0x34, 0xa1, 0x68, 0x91, 0xf8, 0x4e, 0x7b};
+    Check(hash(CString(fileA), digest, CALG_MD5) == 1 && std::memcmp(digest, kMd5Of12345, 16) == 0, "GetFileHash gives MD5");
+    Check(hash(CString(fileA), digest, CALG_SHA1) == 0, "GetFileHash refuses a digest longer than 16 bytes");
+    Check(compareHash(CString(fileA), CString(fileB), CALG_MD5) == 1, "CompareFileHash tells different contents");
+    ULONGLONG files = 0, bytes = 0;
+    count(CString(a), &files, nullptr, &bytes, nullptr, CString(), nullptr);
+    Check(files == 1 && bytes == 5, "GetFileCountInFolder counts and sums");
+    Check(holds(CString(a)) == 1, "IsFileExistsInFolder of a folder with a file is 1");
+    FileListNode head{};
+    compare(CString(a), CString(b), &head, 1, 1);
+    FileListNode* result = head.next;
+    Check(result != nullptr && std::wcscmp(result->filePath, L"\\x.txt") == 0 && (result->flags & ContentDiffers) != 0,
+          "CompareFolder finds the different contents");
+    while (result != nullptr) {
+        FileListNode* next = result->next;
+        std::free(result);
+        result = next;
+    }
+    DeleteFileW(fileA);
+    DeleteFileW(fileB);
+    RemoveDirectoryW(a);
+    RemoveDirectoryW(b);
+
 // The copy engine against a real Win32 file system and shell, quietly (no dialog may come up here).
 void CopyEngine(HMODULE module) {
     auto createFolders = EXPORT(module, CreateFolders);
@@ -150,6 +201,8 @@ int wmain(int argc, wchar_t** argv) {
     Check(assigned == a, "CVelmora::operator= returns the object assigned to");
 
     FileProperties(module);
+    Enumeration(module);
+
     CopyEngine(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");

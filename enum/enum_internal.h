@@ -1,0 +1,75 @@
+// What the enumeration family's sources share: folder-path forms and the chaining of FileListNode records.
+#pragma once
+
+#include "../frame/frame_internal.h"
+#include <cstdlib>
+#include <memory>
+
+#include "../platform/unique_handles.h"
+
+// The folder path with one backslash at its end, appended when it has none (an empty path becomes "\").
+CString WithTrailingBackslash(const CString& folder);
+
+// "." and "..", which every folder but a root lists and no walk descends into.
+bool IsDotsEntry(const WIN32_FIND_DATAW& entry);
+
+// A node of a list that the library is still holding, freed with free as the caller would.
+struct FreeListNode {
+    void operator()(FileListNode* node) const { std::free(node); }
+};
+using UniqueListNode = std::unique_ptr<FileListNode, FreeListNode>;
+
+// Chains a new node for path behind *tail and makes it the tail: malloc'd, zeroed, the path written with
+// a bounded format. A path that does not fit filePath, or memory that cannot be had, makes no node: a
+// cut path would name another entry.
+void AppendNode(FileListNode*& tail, LPCWSTR path, DWORD flags = 0);
+
+// VelmoraGuardedCall for the exports that return nothing.
+template <class Body>
+void VelmoraGuardedVoidCall(Body&& body) noexcept {
+    VelmoraGuardedCall(0, [&] {
+        body();
+        return 0;
+    });
+}
+
+// The cancel flag as another thread may have just set it: read afresh at every check, 1 alone cancels.
+bool CancelRequested(const BOOL* pCancel);
+
+// One level of the walk that both counting exports share. It reads the cancel flag at the start and
+// before every entry, skips "." and "..", counts and chains each subfolder when countFolders is set,
+// has descend(folderPath, tail) walk it (with its trailing backslash), then moves the tail past whatever
+// that walk chained; every other entry goes to handleFile(fullPath, entry, tail). The enumeration is
+// closed on every way out.
+//
+// A subfolder that is a reparse point (a junction, a link to a folder) is counted and listed but not
+// entered: one that leads back into its own tree would otherwise be walked again at every level until
+// the path outgrew MAX_PATH, and two such links in one folder make that exponential.
+template <class Descend, class HandleFile>
+void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFolders, ULONGLONG* pFolderCount,
+                  const BOOL* pCancel, Descend&& descend, HandleFile&& handleFile) {
+    if (CancelRequested(pCancel)) return;
+    const CString path = WithTrailingBackslash(folder);
+    WIN32_FIND_DATAW entry{};
+    UniqueFindHandle find(sys().FindFirstFileW(path + _T("*.*"), &entry));
+    if (!find) return;  // nothing is counted for a folder that cannot be listed
+    FileListNode* tail = pListTail;
+    do {
+        if (CancelRequested(pCancel)) return;
+        if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            if (IsDotsEntry(entry)) continue;
+            const CString subfolder = path + entry.cFileName + _T('\\');
+            if (countFolders) {
+                if (pFolderCount != nullptr) ++*pFolderCount;
+                if (tail != nullptr) AppendNode(tail, subfolder);
+            }
+            if (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) continue;
+            descend(subfolder, tail);
+            if (tail != nullptr) {
+                while (tail->next != nullptr) tail = tail->next;
+            }
+        } else {
+            handleFile(path + entry.cFileName, entry, tail);
+        }
+    } while (sys().FindNextFileW(find.get(), &entry));
+}
