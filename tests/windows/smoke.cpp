@@ -202,7 +202,6 @@ int wmain(int argc, wchar_t** argv) {
 
     FileProperties(module);
     Enumeration(module);
-
     CopyEngine(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
