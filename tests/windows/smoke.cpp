@@ -135,6 +135,7 @@ void Enumeration(HMODULE module) {
     DeleteFileW(fileB);
     RemoveDirectoryW(a);
     RemoveDirectoryW(b);
+}
 
 // The copy engine against a real Win32 file system and shell, quietly (no dialog may come up here).
 void CopyEngine(HMODULE module) {
