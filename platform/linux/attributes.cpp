@@ -1,5 +1,6 @@
 // Attribute words and time stamps of host entries. Hidden, system and archive live in the
 // user.DOSATTRIB extended attribute as "0x<hex>", the convention Samba and Wine share.
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <fcntl.h>
 
@@ -87,20 +88,57 @@ bool WriteHostAttributes(const std::string& hostPath, const struct stat& status,
     return true;
 }
 
-FileTimes HostTimes(const std::string& hostPath, const struct stat& status) {
+namespace {
+
+struct timespec FromStatx(const struct statx_timestamp& time) {
+    struct timespec result {};
+    result.tv_sec = time.tv_sec;
+    result.tv_nsec = time.tv_nsec;
+    return result;
+}
+
+}  // namespace
+
+bool StatHost(const std::string& hostPath, HostStatus& out) {
+    struct statx x {};
+    if (statx(AT_FDCWD, hostPath.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &x) != 0) return false;
+    struct stat& st = out.status;
+    st = {};
+    st.st_dev = makedev(x.stx_dev_major, x.stx_dev_minor);
+    st.st_ino = x.stx_ino;
+    st.st_mode = x.stx_mode;
+    st.st_nlink = x.stx_nlink;
+    st.st_uid = x.stx_uid;
+    st.st_gid = x.stx_gid;
+    st.st_rdev = makedev(x.stx_rdev_major, x.stx_rdev_minor);
+    st.st_size = static_cast<off_t>(x.stx_size);
+    st.st_blksize = static_cast<blksize_t>(x.stx_blksize);
+    st.st_blocks = static_cast<blkcnt_t>(x.stx_blocks);
+    st.st_atim = FromStatx(x.stx_atime);
+    st.st_mtim = FromStatx(x.stx_mtime);
+    st.st_ctim = FromStatx(x.stx_ctime);
+    out.hasBirth = (x.stx_mask & STATX_BTIME) != 0;
+    out.birth = out.hasBirth ? FromStatx(x.stx_btime) : st.st_mtim;
+    return true;
+}
+
+FileTimes HostTimes(const HostStatus& entry) {
     FileTimes times{};
-    times.accessed = FileTimeFromTimespec(status.st_atim);
-    times.written = FileTimeFromTimespec(status.st_mtim);
-    times.created = times.written;
-    struct statx extended {};
-    if (statx(AT_FDCWD, hostPath.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &extended) == 0 &&
-        (extended.stx_mask & STATX_BTIME) != 0) {
-        struct timespec birth {};
-        birth.tv_sec = extended.stx_btime.tv_sec;
-        birth.tv_nsec = extended.stx_btime.tv_nsec;
-        times.created = FileTimeFromTimespec(birth);
-    }
+    times.accessed = FileTimeFromTimespec(entry.status.st_atim);
+    times.written = FileTimeFromTimespec(entry.status.st_mtim);
+    times.created = entry.hasBirth ? FileTimeFromTimespec(entry.birth) : times.written;
     return times;
+}
+
+FileTimes HostTimes(const std::string& hostPath, const struct stat& status) {
+    HostStatus entry;
+    entry.status = status;
+    HostStatus fresh;
+    if (StatHost(hostPath, fresh) && fresh.hasBirth) {
+        entry.hasBirth = true;
+        entry.birth = fresh.birth;
+    }
+    return HostTimes(entry);
 }
 
 }  // namespace vlx

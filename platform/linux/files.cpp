@@ -119,12 +119,13 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
         fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
     }
     if (fd < 0) return Fail(errno == ELOOP ? ERROR_CANT_RESOLVE_FILENAME : Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
-    struct stat status {};
-    fstat(fd, &status);
+    // The open file is the one resolved unless the name was a link or a new file; only the identity of
+    // the file (device and inode) is kept, for the share registry.
+    struct stat status = resolved.status;
+    if (created || S_ISLNK(resolved.status.st_mode)) fstat(fd, &status);
     if (created) {
         const DWORD wanted = (flags & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
         WriteHostAttributes(resolved.hostPath, status, wanted);
-        fstat(fd, &status);
     }
     auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);

@@ -14,9 +14,13 @@ namespace vlx {
 namespace {
 
 struct Candidate {
+    Candidate(WString name_, std::string hostPath_, bool isRootEntry_)
+        : name(std::move(name_)), hostPath(std::move(hostPath_)), isRootEntry(isRootEntry_) {}
     WString name;          // as Windows reports it
     std::string hostPath;  // the entry itself; for "." and ".." the folders they stand for
     bool isRootEntry;      // the entry is a volume root (".." of a first-level folder)
+    bool known = false;    // status below is already read
+    HostStatus status{};
 };
 
 class FindObject : public KernelObject {
@@ -42,19 +46,18 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 
 // Fills the find data of one candidate; false when it vanished since the folder was read.
 bool FillFindData(const Candidate& entry, WIN32_FIND_DATAW& data) {
-    struct stat status {};
-    if (lstat(entry.hostPath.c_str(), &status) != 0) return false;
+    HostStatus fresh;
+    if (!entry.known && !StatHost(entry.hostPath, fresh)) return false;
+    const HostStatus& host = entry.known ? entry.status : fresh;
     std::memset(&data, 0, sizeof data);
-    data.dwFileAttributes = HostAttributes(entry.hostPath, status, entry.isRootEntry);
-    const FileTimes times = HostTimes(entry.hostPath, status);
+    data.dwFileAttributes = HostAttributes(entry.hostPath, host.status, entry.isRootEntry);
+    const FileTimes times = HostTimes(host);
     data.ftCreationTime = times.created;
     data.ftLastAccessTime = times.accessed;
     data.ftLastWriteTime = times.written;
     if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        ULONGLONG size = static_cast<ULONGLONG>(status.st_size);
-        struct stat target {};
-        if (S_ISLNK(status.st_mode)) size = 0;  // a reparse point reports no data of its own
-        else if (stat(entry.hostPath.c_str(), &target) == 0) size = static_cast<ULONGLONG>(target.st_size);
+        // A reparse point reports no data of its own.
+        const ULONGLONG size = S_ISLNK(host.status.st_mode) ? 0 : static_cast<ULONGLONG>(host.status.st_size);
         data.nFileSizeHigh = static_cast<DWORD>(size >> 32);
         data.nFileSizeLow = static_cast<DWORD>(size);
     }
@@ -87,7 +90,12 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     if (!HasWildcard(namePattern)) {
         if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
         // The name as stored, whatever case the pattern wrote it in.
-        find->entries.push_back({resolved.components.back(), resolved.hostPath, false});
+        Candidate only{resolved.components.back(), resolved.hostPath, false};
+        only.known = true;
+        only.status.status = resolved.status;
+        only.status.hasBirth = resolved.hasBirth;
+        only.status.birth = resolved.birth;
+        find->entries.push_back(std::move(only));
     } else {
         DIR* dir = opendir(folder.c_str());
         if (dir == nullptr) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);

@@ -51,6 +51,15 @@ bool HasWildcard(const WString& text);
 
 // ---- Paths
 
+// What the host says of one entry, in one call: its lstat and, where the file system keeps one, its birth.
+struct HostStatus {
+    struct stat status {};
+    bool hasBirth = false;
+    struct timespec birth {};
+};
+// lstat with the birth time; false with errno set when the entry cannot be reached.
+bool StatHost(const std::string& hostPath, HostStatus& out);
+
 // A Win32 path taken apart and looked up on its volume.
 struct ResolvedPath {
     WCHAR drive = 0;                   // upper-case letter
@@ -61,6 +70,8 @@ struct ResolvedPath {
     bool trailingSeparator = false;    // the path ended in a separator
     bool exists = false;               // the whole path names an existing entry
     struct stat status {};             // lstat of hostPath when exists
+    bool hasBirth = false;             // birth time of hostPath, when exists and the host keeps one
+    struct timespec birth {};
     bool isRoot() const { return components.empty(); }
     WString win32Path() const;         // "X:\a\b" with the disk case
     WString volumeRelative() const;    // "\a\b"
@@ -94,6 +105,8 @@ struct FileTimes {
     FILETIME created, accessed, written;
 };
 FileTimes HostTimes(const std::string& hostPath, const struct stat& status);
+// The same from a status that already carries the birth time, with no further call to the host.
+FileTimes HostTimes(const HostStatus& entry);
 
 // ---- Handle table
 

@@ -36,13 +36,20 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 }
 
 // Finds the entry of a host folder whose name equals name without regard to case, preferring an exact
-// match, with its lstat status. Empty when there is none.
-std::string FindEntryNoCase(const std::string& folder, const WString& name, struct stat& status) {
+// match, with its status. Empty when there is none.
+std::string FindEntryNoCase(const std::string& folder, const WString& name, HostStatus& status, bool exactKnownMissing) {
     const std::string exact = WStrToUtf8(name);
-    if (lstat(JoinHost(folder, exact).c_str(), &status) == 0) return exact;
+    if (!exactKnownMissing && StatHost(JoinHost(folder, exact), status)) return exact;
     const std::string found = FindFoldedEntry(folder, exact, name);
-    if (!found.empty() && lstat(JoinHost(folder, found).c_str(), &status) != 0) return {};
+    if (!found.empty() && !StatHost(JoinHost(folder, found), status)) return {};
     return found;
+}
+
+// A folder on the way may be a link to a folder, as a junction is on Windows.
+bool LeadsToFolder(const std::string& hostPath, const struct stat& status) {
+    if (S_ISDIR(status.st_mode)) return true;
+    struct stat target {};
+    return S_ISLNK(status.st_mode) && stat(hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
 }
 
 }  // namespace
@@ -307,32 +314,58 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     }
 
     std::string host = out.volumeRoot;
-    for (size_t i = 0; i < names.size(); ++i) {
+    const bool lastHasWildcard = !names.empty() && HasWildcard(names.back());
+    std::vector<std::string> hostNames;
+    for (const WString& name : names) hostNames.push_back(WStrToUtf8(name));
+    auto joinAll = [&](size_t count) {
+        std::string joined = out.volumeRoot;
+        for (size_t i = 0; i < count; ++i) joined = JoinHost(joined, hostNames[i]);
+        return joined;
+    };
+
+    // Most paths are written with the case they have on disk: one look at the whole path, or at its
+    // folder, settles them without walking the components one by one.
+    HostStatus entry;
+    size_t resolvedCount = 0;
+    bool lastExactMissing = false;
+    if (!names.empty() && !lastHasWildcard && StatHost(joinAll(names.size()), entry)) {
+        resolvedCount = names.size();
+        host = joinAll(names.size());
+        out.hostParent = joinAll(names.size() - 1);
+        out.components = names;
+    } else if (names.size() > 1) {
+        HostStatus folder;
+        const std::string parent = joinAll(names.size() - 1);
+        if (StatHost(parent, folder) && LeadsToFolder(parent, folder.status)) {
+            lastExactMissing = !lastHasWildcard;
+            resolvedCount = names.size() - 1;
+            host = parent;
+            out.components.assign(names.begin(), names.end() - 1);
+        }
+    }
+
+    for (size_t i = resolvedCount; i < names.size(); ++i) {
         const bool last = i + 1 == names.size();
         out.hostParent = host;
-        struct stat status {};
-        std::string hostName = HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i], status);
+        std::string hostName =
+            HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i], entry, last && lastExactMissing);
         if (hostName.empty()) {
             if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
             out.components.push_back(names[i]);
-            out.hostPath = JoinHost(host, WStrToUtf8(names[i]));
+            out.hostPath = JoinHost(host, hostNames[i]);
             return true;
         }
         host = JoinHost(host, hostName);
         out.components.push_back(WStrFromUtf8(hostName));
-        if (last) {
-            out.status = status;
-        } else if (!S_ISDIR(status.st_mode)) {
-            // A folder on the way may be a link to a folder, as a junction is on Windows.
-            struct stat target {};
-            if (!S_ISLNK(status.st_mode) || stat(host.c_str(), &target) != 0 || !S_ISDIR(target.st_mode))
-                return Fail(ERROR_PATH_NOT_FOUND, false);
-        }
+        if (!last && !LeadsToFolder(host, entry.status)) return Fail(ERROR_PATH_NOT_FOUND, false);
     }
     if (names.empty()) {
         out.hostParent = host;
-        if (lstat(host.c_str(), &out.status) != 0) return true;
+        if (!StatHost(host, entry)) return true;
     }
+    out.status = entry.status;
+    out.hasBirth = entry.hasBirth;
+    out.birth = entry.birth;
     out.hostPath = host;
     out.exists = true;
     // "file.txt\" names no folder.
