@@ -19,8 +19,7 @@ struct Candidate {
     WString name;          // as Windows reports it
     std::string hostPath;  // the entry itself; for "." and ".." the folders they stand for
     bool isRootEntry;      // the entry is a volume root (".." of a first-level folder)
-    bool known = false;    // status below is already read
-    HostStatus status{};
+    std::unique_ptr<HostStatus> known;  // the status, when it was read already
 };
 
 class FindObject : public KernelObject {
@@ -48,7 +47,7 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 bool FillFindData(const Candidate& entry, WIN32_FIND_DATAW& data) {
     HostStatus fresh;
     if (!entry.known && !StatHost(entry.hostPath, fresh)) return false;
-    const HostStatus& host = entry.known ? entry.status : fresh;
+    const HostStatus& host = entry.known ? *entry.known : fresh;
     std::memset(&data, 0, sizeof data);
     data.dwFileAttributes = HostAttributes(entry.hostPath, host.status, entry.isRootEntry);
     const FileTimes times = HostTimes(host);
@@ -91,10 +90,10 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
         // The name as stored, whatever case the pattern wrote it in.
         Candidate only{resolved.components.back(), resolved.hostPath, false};
-        only.known = true;
-        only.status.status = resolved.status;
-        only.status.hasBirth = resolved.hasBirth;
-        only.status.birth = resolved.birth;
+        only.known = std::make_unique<HostStatus>();
+        only.known->status = resolved.status;
+        only.known->hasBirth = resolved.hasBirth;
+        only.known->birth = resolved.birth;
         find->entries.push_back(std::move(only));
     } else {
         DIR* dir = opendir(folder.c_str());
@@ -117,7 +116,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
                 find->entries.push_back({_T(".."), parent, resolved.components.size() == 2});
             }
         }
-        find->entries.insert(find->entries.end(), listed.begin(), listed.end());
+        find->entries.insert(find->entries.end(), std::make_move_iterator(listed.begin()), std::make_move_iterator(listed.end()));
     }
     if (!NextFromFind(*find, *data)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     HANDLE handle = InsertHandle(std::move(find));
