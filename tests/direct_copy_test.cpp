@@ -18,22 +18,19 @@ protected:
     }
 };
 
-TEST_F(DirectCopy, SingleFileGoesUnderItsStoredNameIntoAnExistingFolderOnly) {
+TEST_F(DirectCopy, SingleFileGoesUnderItsStoredNameIntoAnExistingFolderOnlyAndBadArgumentsAreRefused) {
     WriteFile("a/Report.TXT", "report");
     MakeFolder("bk");
     ProgressRecorder bar;
     EXPECT_EQ(Copy(Win("a\\report.txt"), Win("bk"), _T(".doc"), &bar.control), TRUE);  // no filter for a single file
     EXPECT_EQ(ReadHostFile(Host("bk/Report.TXT")), "report");
     EXPECT_EQ(bar.log, "0 R 0 R 100 100 ");
+    // No folder is made for a single file, and empty or missing arguments are refused.
     EXPECT_EQ(Copy(Win("a\\report.txt"), Win("missing")), FALSE);
-    EXPECT_FALSE(fs::exists(Host("missing")));
-}
-
-TEST_F(DirectCopy, RefusesEmptyOrMissingArguments) {
-    EXPECT_EQ(Copy(_T(""), Win("bk")), FALSE);
+    EXPECT_EQ(Copy(_T(""), Win("missing")), FALSE);
     EXPECT_EQ(Copy(Win("a"), _T("")), FALSE);
-    EXPECT_EQ(Copy(Win("missing"), Win("bk")), FALSE);
-    EXPECT_FALSE(fs::exists(Host("bk")));
+    EXPECT_EQ(Copy(Win("missing"), Win("missing")), FALSE);
+    EXPECT_FALSE(fs::exists(Host("missing")));
 }
 
 TEST_F(DirectCopy, CopiesAWholeTreeIntoATopFolderMadeFirstWithEveryLevelInTheLibrarysState) {
@@ -146,8 +143,7 @@ TEST_F(DirectCopy, CancelFromAnotherThreadStopsTheCopyAndTheRest) {
     WriteFile("src/big.bin", std::string(8 << 20, 'x'));
     WriteFile("src/small.txt", "s");
     BOOL cancel = FALSE;
-    CProgressCtrl bar;
-    ASSERT_TRUE(bar.Create(WS_CHILD, RECT{0, 0, 100, 10}, nullptr, 1));
+    ProgressRecorder bar;
     bool cancelled = false;
     // The other thread sets the flag while the first chunk's progress is drawn, and the copy waits for it.
     ApiPatch<&Win32Api::SendMessageW> onProgress([&](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -165,7 +161,7 @@ TEST_F(DirectCopy, CancelFromAnotherThreadStopsTheCopyAndTheRest) {
         errors.push_back(result ? ERROR_SUCCESS : sys().GetLastError());
         return result;
     });
-    EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), &cancel, &bar, _T("")), FALSE);
+    EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), &cancel, &bar.control, _T("")), FALSE);
     EXPECT_TRUE(cancelled);
     EXPECT_EQ(errors, (std::vector<DWORD>{ERROR_REQUEST_ABORTED, ERROR_REQUEST_ABORTED}));
     EXPECT_FALSE(fs::exists(Host("bk/big.bin")));

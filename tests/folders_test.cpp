@@ -57,7 +57,7 @@ TEST_F(Folders, DeleteFoldersRemovesTheTreeForGoodSilentlyOnlyWhenSilentIsOne) {
         EXPECT_EQ(AfxGetModuleState(), callers);
         EXPECT_EQ(fs::exists(Host("tree/sub/b.txt")), silent != 1);
         EXPECT_EQ(shell.records, (ShellRecords{{.owner = owner, .function = FO_DELETE, .from = {"T:\\tree"},
-                                                           .flags = flags, .toIsEmptyString = true}}));
+                                                .flags = flags, .toIsEmptyString = true}}));
     }
 }
 

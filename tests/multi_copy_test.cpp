@@ -47,7 +47,7 @@ TEST_F(MultiCopy, OneAcceptedSourceGoesWithoutMultipleDestinations) {
     EXPECT_EQ(CopyFilesMultiEx(&sources, Win("bk"), 0, 0, 0, 0, &code, owner), TRUE);
     EXPECT_EQ(code, 0);
     EXPECT_EQ(shell.records, (ShellRecords{{.owner = owner, .from = {"T:\\a.txt"}, .to = {"T:\\bk\\a.txt"},
-                                                       .flags = FOF_NOCONFIRMMKDIR}}));
+                                            .flags = FOF_NOCONFIRMMKDIR}}));
 }
 
 TEST_F(MultiCopy, PairsEverySourceWithItsDestination) {
@@ -70,7 +70,7 @@ TEST_F(MultiCopy, PairsEverySourceWithItsDestination) {
         ShellRecorder shell;
         EXPECT_EQ(CopyFilesMultiEx(&sources, Win(c.destination), 1, FOF_FILESONLY, c.withFolderName, c.withFullPath, nullptr, nullptr), TRUE);
         EXPECT_EQ(shell.records, (ShellRecords{{.from = {"T:\\x\\data\\*.*", "T:\\y\\data\\*.*", "T:\\f.txt"}, .to = c.to,
-                                                           .flags = 0x614 | FOF_MULTIDESTFILES | FOF_FILESONLY}}))
+                                                .flags = 0x614 | FOF_MULTIDESTFILES | FOF_FILESONLY}}))
             << c.withFolderName << c.withFullPath << c.destination;
     }
 }
@@ -84,8 +84,8 @@ TEST_F(MultiCopy, ListsGrowForEntriesLongerThanTheirShare) {
     ShellRecorder shell;
     EXPECT_EQ(CopyFilesMultiEx(&sources, Win(destination), 1, 0, 0, 1, nullptr, nullptr), TRUE);
     EXPECT_EQ(shell.records, (ShellRecords{{.from = {"T:\\" + longName + "\\" + longName + "\\*.*"},
-                                                       .to = {"T:\\" + destination + "\\" + longName + "\\" + longName},
-                                                       .flags = 0x614}}));
+                                            .to = {"T:\\" + destination + "\\" + longName + "\\" + longName},
+                                            .flags = 0x614}}));
 }
 
 TEST_F(MultiCopy, CopiesFoldersAndFilesForReal) {

@@ -23,11 +23,6 @@ TEST(CopyPercentage, IsTruncatedAndExactForHugeFiles) {
     for (const Case& c : cases) EXPECT_EQ(CopyPercentage(c.total, c.done), c.percent) << c.total << " / " << c.done;
 }
 
-DWORD CallRoutine(LONGLONG total, LONGLONG done, DWORD reason, void* data) {
-    const LARGE_INTEGER t{.QuadPart = total}, d{.QuadPart = done};
-    return CopyProgressRoutine(t, d, t, d, 1, reason, nullptr, nullptr, data);
-}
-
 TEST(CopyProgressRoutine, SendsTheRangeThenThePositionForChunksAndStreamSwitchesOnly) {
     ProgressRecorder bar;
     // Other reasons, and no control, draw nothing; an empty file shows 0.
@@ -39,7 +34,10 @@ TEST(CopyProgressRoutine, SendsTheRangeThenThePositionForChunksAndStreamSwitches
                  {50 * kGiB, 50 * kGiB, CALLBACK_CHUNK_FINISHED, &bar.control},
                  {1000, 500, 2, &bar.control},                    {1000, 500, CALLBACK_CHUNK_FINISHED, nullptr},
                  {0, 0, CALLBACK_CHUNK_FINISHED, &bar.control}};
-    for (const auto& c : calls) EXPECT_EQ(CallRoutine(c.total, c.done, c.reason, c.control), static_cast<DWORD>(PROGRESS_CONTINUE));
+    for (const auto& c : calls) {
+        const LARGE_INTEGER total{.QuadPart = c.total}, done{.QuadPart = c.done};
+        EXPECT_EQ(CopyProgressRoutine(total, done, total, done, 1, c.reason, nullptr, nullptr, c.control), DWORD{PROGRESS_CONTINUE});
+    }
     EXPECT_EQ(bar.log, "R 0 R 99 R 100 R 0 ");  // the range again before every position
 }
 

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "../../platform/linux/desktop.h"
 #include "../support/copy_support.h"
@@ -14,12 +15,8 @@ namespace fs = std::filesystem;
 
 // ---- CopyFileExW
 
-struct ProgressCall {
-    LONGLONG total, done, streamSize, streamDone;
-    DWORD stream, reason;
-    bool handles;
-    friend bool operator==(const ProgressCall&, const ProgressCall&) = default;
-};
+// A call of the progress routine: total, done, stream size, stream done, stream, reason, both handles given.
+using ProgressCall = std::tuple<LONGLONG, LONGLONG, LONGLONG, LONGLONG, DWORD, DWORD, bool>;
 
 struct Script {
     std::vector<ProgressCall> calls;
@@ -30,8 +27,8 @@ struct Script {
 DWORD CALLBACK RecordProgress(LARGE_INTEGER total, LARGE_INTEGER done, LARGE_INTEGER streamSize, LARGE_INTEGER streamDone,
                               DWORD stream, DWORD reason, HANDLE source, HANDLE target, LPVOID data) {
     auto* script = static_cast<Script*>(data);
-    script->calls.push_back({total.QuadPart, done.QuadPart, streamSize.QuadPart, streamDone.QuadPart, stream, reason,
-                             source != nullptr && target != nullptr});
+    script->calls.emplace_back(total.QuadPart, done.QuadPart, streamSize.QuadPart, streamDone.QuadPart, stream, reason,
+                               source != nullptr && target != nullptr);
     return script->calls.size() - 1 == script->answerAt ? script->answer : PROGRESS_CONTINUE;
 }
 
@@ -74,12 +71,10 @@ TEST_F(CopyFilePlatform, FailsAsWindowsDoesAndReplacesOnlyWhenAllowed) {
     MakeFolder("folder");
     WriteFile("ro.txt", "r");
     ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY));
-    struct Case {
-        const char* from;
-        const char* to;
+    const struct Case {
+        const char *from, *to;
         DWORD flags, error;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"missing.txt", "c.txt", 0, ERROR_FILE_NOT_FOUND},
         {"a.txt", "nowhere\\c.txt", 0, ERROR_PATH_NOT_FOUND},
         {"folder", "c", 0, ERROR_ACCESS_DENIED},
@@ -101,15 +96,12 @@ TEST_F(CopyFilePlatform, FailsAsWindowsDoesAndReplacesOnlyWhenAllowed) {
 
 TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
     WriteFile("a.bin", std::string(3 << 20, 'a'));
-    struct Case {
+    const struct Case {
         DWORD answerAt, answer;
         bool keepsPartial;
-    };
-    const Case cases[] = {{0, PROGRESS_CANCEL, false}, {1, PROGRESS_CANCEL, false}, {1, PROGRESS_STOP, true}};
+    } cases[] = {{0, PROGRESS_CANCEL, false}, {1, PROGRESS_CANCEL, false}, {1, PROGRESS_STOP, true}};
     for (const Case& c : cases) {
-        Script script;
-        script.answerAt = c.answerAt;
-        script.answer = c.answer;
+        Script script{{}, c.answerAt, c.answer};
         EXPECT_EQ(Copy("a.bin", "b.bin", &script), FALSE);
         EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
         EXPECT_EQ(fs::exists(Host("b.bin")), c.keepsPartial);
@@ -147,13 +139,11 @@ TEST_F(ShellPlatform, CopiesWhereTheToListSays) {
     WriteFile("src/sub/b.txt", "b");
     MakeFolder("src/empty");
     MakeFolder("into");
-    struct Case {
+    const struct Case {
         Names from, to;
         FILEOP_FLAGS flags;
-        const char* copy;
-        const char* content;
-    };
-    const Case cases[] = {
+        const char *copy, *content;
+    } cases[] = {
         {{"src\\*.*"}, {"new\\bk"}, FOF_NOCONFIRMATION, "new/bk/sub/b.txt", "b"},  // a folder made with its parents
         {{"src\\a.txt"}, {"into"}, 0, "into/a.txt", "a"},                          // an existing folder takes the file
         {{"src\\a.txt"}, {"named\\c.txt"}, 0, "named/c.txt", "a"},                 // otherwise the entry names the copy
@@ -170,15 +160,14 @@ TEST_F(ShellPlatform, CopiesWhereTheToListSays) {
 }
 
 TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
-    struct Case {
+    const struct Case {
         int answer;
         FILEOP_FLAGS flags;
         int result;
         BOOL aborted;
         const char* content;
         int asked;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {IDYES, 0, 0, FALSE, "new", 1},
         {IDNO, 0, 0, FALSE, "old", 1},
         {IDCANCEL, 0, ERROR_CANCELLED, TRUE, "old", 1},
@@ -208,13 +197,12 @@ TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
     WriteFile("a.txt", "a");
     MakeFolder("src/sub");
     WriteFile("file", "f");
-    struct Case {
+    const struct Case {
         UINT function;
         Names from, to;
         FILEOP_FLAGS flags;
         int result;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {FO_COPY, {"missing.txt"}, {"bk"}, 0, ERROR_FILE_NOT_FOUND},
         {FO_COPY, {"a.txt", "missing.txt"}, {"bk"}, 0, ERROR_FILE_NOT_FOUND},  // checked before anything is copied
         {FO_COPY, {"a.txt"}, {"a.txt"}, 0, DE_SAMEFILE},
@@ -224,9 +212,7 @@ TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
         {FO_MOVE, {"a.txt"}, {"bk"}, 0, ERROR_NOT_SUPPORTED},
         {FO_DELETE, {"src"}, {}, FOF_ALLOWUNDO, ERROR_NOT_SUPPORTED},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(Run(c.function, c.from, c.to, FOF_NOCONFIRMATION | c.flags), c.result) << c.from[0] << " -> " << c.result;
-    }
+    for (const Case& c : cases) EXPECT_EQ(Run(c.function, c.from, c.to, FOF_NOCONFIRMATION | c.flags), c.result) << c.from[0];
     EXPECT_FALSE(fs::exists(Host("bk")));
     EXPECT_TRUE(fs::exists(Host("src/sub")));
     EXPECT_EQ(sys().SHFileOperationW(nullptr), ERROR_INVALID_PARAMETER);
@@ -283,14 +269,14 @@ TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
     CProgressCtrl bar;
     ASSERT_TRUE(bar.Create(WS_CHILD, RECT{0, 0, 100, 10}, nullptr, 7));
     EXPECT_EQ(vlx::WindowClassName(bar.GetSafeHwnd()), WString(PROGRESS_CLASSW));
-    int low = -1, high = -1;
-    bar.GetRange(low, high);
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, 100);
+    const auto range = [&bar] {
+        int low = -1, high = -1;
+        bar.GetRange(low, high);
+        return std::pair(low, high);
+    };
+    EXPECT_EQ(range(), std::pair(0, 100));
     EXPECT_EQ(bar.SendMessage(PBM_SETRANGE, 0, MAKELPARAM(10, 50)), MAKELONG(0, 100));
-    bar.GetRange(low, high);
-    EXPECT_EQ(low, 10);
-    EXPECT_EQ(high, 50);
+    EXPECT_EQ(range(), std::pair(10, 50));
     EXPECT_EQ(bar.SetPos(30), 10);  // the position was pulled up into the new range
     EXPECT_EQ(bar.GetPos(), 30);
     bar.SetPos(99);
@@ -305,10 +291,6 @@ TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
     bar.StepIt();  // past the top: starts again from the bottom
     EXPECT_EQ(bar.GetPos(), 20);
 }
-
-}  // namespace
-
-namespace {
 
 // ---- Lookups of names not found as typed follow every change to the folder, whoever makes it.
 
