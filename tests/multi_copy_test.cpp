@@ -54,12 +54,11 @@ TEST_F(MultiCopy, PairsEverySourceWithItsDestination) {
     MakeFolder("x/data");
     MakeFolder("y/data");
     WriteFile("f.txt", "f");
-    struct Case {
+    const struct Case {
         BOOL withFolderName, withFullPath;
         const char* destination;
         Entries to;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 0, "bk", {"T:\\bk", "T:\\bk", "T:\\bk\\f.txt"}},
         {0, 0, "bk\\", {"T:\\bk\\", "T:\\bk\\", "T:\\bk\\\\f.txt"}},  // a file's destination is not trimmed
         {1, 0, "bk\\", {"T:\\bk\\data", "T:\\bk\\data", "T:\\bk\\\\f.txt"}},
@@ -68,7 +67,8 @@ TEST_F(MultiCopy, PairsEverySourceWithItsDestination) {
     for (const Case& c : cases) {
         CStringArray sources = Sources({"x\\data", "y\\data", "f.txt"});
         ShellRecorder shell;
-        EXPECT_EQ(CopyFilesMultiEx(&sources, Win(c.destination), 1, FOF_FILESONLY, c.withFolderName, c.withFullPath, nullptr, nullptr), TRUE);
+        EXPECT_EQ(CopyFilesMultiEx(&sources, Win(c.destination), 1, FOF_FILESONLY, c.withFolderName, c.withFullPath, nullptr, nullptr),
+                  TRUE);
         EXPECT_EQ(shell.records, (ShellRecords{{.from = {"T:\\x\\data\\*.*", "T:\\y\\data\\*.*", "T:\\f.txt"}, .to = c.to,
                                                 .flags = 0x614 | FOF_MULTIDESTFILES | FOF_FILESONLY}}))
             << c.withFolderName << c.withFullPath << c.destination;

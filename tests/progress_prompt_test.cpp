@@ -11,11 +11,10 @@ using namespace testing_support;
 constexpr LONGLONG kGiB = 1LL << 30;
 
 TEST(CopyPercentage, IsTruncatedAndExactForHugeFiles) {
-    struct Case {
+    const struct Case {
         LONGLONG total, done;
         int percent;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {1000, 999, 99}, {1000, 1000, 100}, {1000, 9, 0}, {0, 500, 0}, {-1, 500, 0},
         {5 * kGiB, 5 * kGiB - 1, 99}, {5 * kGiB, kGiB, 20},
         {50 * kGiB, 50 * kGiB - 1, 99}, {50 * kGiB, 50 * kGiB, 100}, {50 * kGiB, 536870912, 1},  // half a GiB of 50 is 1%
@@ -30,10 +29,9 @@ TEST(CopyProgressRoutine, SendsTheRangeThenThePositionForChunksAndStreamSwitches
         LONGLONG total, done;
         DWORD reason;
         void* control;
-    } calls[] = {{1000, 0, CALLBACK_STREAM_SWITCH, &bar.control},  {1000, 999, CALLBACK_CHUNK_FINISHED, &bar.control},
-                 {50 * kGiB, 50 * kGiB, CALLBACK_CHUNK_FINISHED, &bar.control},
-                 {1000, 500, 2, &bar.control},                    {1000, 500, CALLBACK_CHUNK_FINISHED, nullptr},
-                 {0, 0, CALLBACK_CHUNK_FINISHED, &bar.control}};
+    } calls[] = {{1000, 0, CALLBACK_STREAM_SWITCH, &bar.control}, {1000, 999, CALLBACK_CHUNK_FINISHED, &bar.control},
+                 {50 * kGiB, 50 * kGiB, CALLBACK_CHUNK_FINISHED, &bar.control}, {1000, 500, 2, &bar.control},
+                 {1000, 500, CALLBACK_CHUNK_FINISHED, nullptr}, {0, 0, CALLBACK_CHUNK_FINISHED, &bar.control}};
     for (const auto& c : calls) {
         const LARGE_INTEGER total{.QuadPart = c.total}, done{.QuadPart = c.done};
         EXPECT_EQ(CopyProgressRoutine(total, done, total, done, 1, c.reason, nullptr, nullptr, c.control), DWORD{PROGRESS_CONTINUE});
@@ -47,9 +45,7 @@ TEST(AskReplaceOrSkip, ShowsTheExactPromptAndReturnsTheButtonPressed) {
                                            {IDCANCEL, 2},  // closed with Esc
                                            {vlx::kDialogCannotBeShown, 0}};
     for (const auto& [userAnswer, result] : answers) {
-        int shown = 0;
         ScopedResponder user([&](const vlx::DialogRequest& request) {
-            ++shown;
             const TASKDIALOGCONFIG& c = *request.taskDialog;
             EXPECT_EQ(request.kind, vlx::DialogKind::TaskDialog);
             EXPECT_EQ(c.cbSize, 160u);
@@ -75,7 +71,6 @@ TEST(AskReplaceOrSkip, ShowsTheExactPromptAndReturnsTheButtonPressed) {
             return userAnswer;
         });
         EXPECT_EQ(AskReplaceOrSkip(W("C:\\dir\\a b\\%s.txt"), owner), result) << userAnswer;
-        EXPECT_EQ(shown, 1);
     }
     // No user at all: the dialog cannot be shown.
     EXPECT_EQ(AskReplaceOrSkip(_T("a.txt"), nullptr), 0);

@@ -30,9 +30,9 @@ inline std::vector<std::string> ListEntries(LPCWSTR list) {
     return entries;
 }
 
-// What the library passed to SHFileOperationW, copied while the call lasted. The defaults after flags are
-// what every record the library builds carries: nothing aborted yet, no mappings, an empty title, and the
-// call made in the library's module state.
+// What the library passed to SHFileOperationW, copied while the call lasted. The defaults of the last four
+// fields are what every record the library builds carries: nothing aborted yet, no mappings, an empty
+// title, and the call made in the library's module state.
 struct ShellRecord {
     HWND owner = nullptr;
     UINT function = FO_COPY;
@@ -56,7 +56,7 @@ inline std::ostream& operator<<(std::ostream& out, const ShellRecord& r) {
 }
 
 inline ShellRecord Capture(const SHFILEOPSTRUCTW& o) {
-    return {o.hwnd,   o.wFunc, ListEntries(o.pFrom), ListEntries(o.pTo), o.fFlags, o.pTo != nullptr && o.pTo[0] == 0,
+    return {o.hwnd, o.wFunc, ListEntries(o.pFrom), ListEntries(o.pTo), o.fFlags, o.pTo != nullptr && o.pTo[0] == 0,
             o.fAnyOperationsAborted, o.hNameMappings, o.lpszProgressTitle ? U(o.lpszProgressTitle) : "(null)",
             AfxGetModuleState() == VelmoraModuleState()};
 }
