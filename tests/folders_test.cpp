@@ -1,7 +1,6 @@
 // CreateFolders and DeleteFolders on a host-folder volume.
 #include <gtest/gtest.h>
 
-#include "../frame/frame_internal.h"
 #include "support/copy_support.h"
 
 namespace {
@@ -11,7 +10,7 @@ namespace fs = std::filesystem;
 
 class Folders : public HostFolderTest {};
 
-TEST_F(Folders, CreateFoldersMakesEveryMissingLevelFromTheTopDown) {
+TEST_F(Folders, CreateFoldersTriesEachLevelThenMakesTheMissingOnesFromTheTopDown) {
     std::vector<std::string> attempts;
     ApiPatch<&Win32Api::CreateDirectoryW> record([&](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
         attempts.push_back(U(path));
@@ -21,92 +20,43 @@ TEST_F(Folders, CreateFoldersMakesEveryMissingLevelFromTheTopDown) {
     EXPECT_EQ(CreateFolders(Win("a\\b\\c")), TRUE);
     EXPECT_TRUE(fs::is_directory(Host("a/b/c")));
     EXPECT_EQ(attempts, (std::vector<std::string>{"T:\\a\\b\\c", "T:\\a\\b", "T:\\a", "T:\\a\\b", "T:\\a\\b\\c"}));
-}
-
-TEST_F(Folders, CreateFoldersMakesOnlyTheMissingLevel) {
-    MakeFolder("a/b");
-    std::vector<std::string> attempts;
-    ApiPatch<&Win32Api::CreateDirectoryW> record([&](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
-        attempts.push_back(U(path));
-        return record.Original()(path, security);
-    });
-    EXPECT_EQ(CreateFolders(Win("a\\b\\c")), TRUE);
-    EXPECT_EQ(attempts, std::vector<std::string>{"T:\\a\\b\\c"});
+    attempts.clear();
+    EXPECT_EQ(CreateFolders(Win("a\\b\\d")), TRUE);
+    EXPECT_EQ(attempts, std::vector<std::string>{"T:\\a\\b\\d"});
 }
 
 TEST_F(Folders, CreateFoldersAnswersAsItsStepsSay) {
     MakeFolder("top/exists");
     WriteFile("file", "x");
-    struct Case {
-        CString path;
-        BOOL result;
-    };
-    const Case cases[] = {
+    CString deep = Win("deep");
+    for (int i = 0; i < 2000; ++i) deep += _T("\\x");
+    const std::pair<CString, BOOL> cases[] = {
         {Win("top\\exists"), TRUE},  // there already: the parent is found
         {Win("file\\b"), TRUE},       // a file in the way: its "parent" exists, though no folder was made
         {_T("bare"), FALSE},          // no backslash: nothing to climb
         {_T("Q:\\a\\b"), FALSE},      // no such drive: the climb ends at the bare "Q:"
         {_T(""), FALSE},
+        {deep, FALSE},                // thousands of levels climbed without exhausting the stack
     };
-    for (const Case& c : cases) EXPECT_EQ(CreateFolders(c.path), c.result) << U(c.path);
+    for (const auto& [path, result] : cases) EXPECT_EQ(CreateFolders(path), result) << U(path).substr(0, 20);
     EXPECT_FALSE(fs::exists(Host("file/b")));
     EXPECT_FALSE(fs::exists(Host("bare")));
 }
 
-TEST_F(Folders, CreateFoldersSurvivesAPathOfThousandsOfLevels) {
-    CString path = Win("deep");
-    for (int i = 0; i < 2000; ++i) path += _T("\\x");
-    EXPECT_EQ(CreateFolders(path), FALSE);
-}
-
-TEST_F(Folders, DeleteFoldersSilentlyRemovesTheTreeForGood) {
-    WriteFile("tree/a.txt", "a");
+TEST_F(Folders, DeleteFoldersRemovesTheTreeForGoodSilentlyOnlyWhenSilentIsOne) {
     WriteFile("tree/sub/b.txt", "b");
-    chmod(Host("tree/sub/b.txt").c_str(), 0444);
-    std::vector<ShellRecord> records;
-    bool stateWasTheLibrarys = false;
-    ApiPatch<&Win32Api::SHFileOperationW> record([&](LPSHFILEOPSTRUCTW operation) {
-        records.push_back(Capture(*operation));
-        stateWasTheLibrarys = AfxGetModuleState() == VelmoraModuleState();
-        return record.Original()(operation);
-    });
-    AFX_MODULE_STATE* callers = AfxGetModuleState();
-    HWND owner = reinterpret_cast<HWND>(0x42);
-    EXPECT_EQ(DeleteFolders(Win("tree"), 1, owner), TRUE);
-    EXPECT_FALSE(fs::exists(Host("tree")));
-    EXPECT_TRUE(stateWasTheLibrarys);
-    EXPECT_EQ(AfxGetModuleState(), callers);
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].owner, owner);
-    EXPECT_EQ(records[0].function, static_cast<UINT>(FO_DELETE));
-    EXPECT_EQ(records[0].from, std::vector<std::string>{"T:\\tree"});
-    EXPECT_TRUE(records[0].toIsEmptyString);
-    EXPECT_EQ(records[0].flags, 0x614);
-    EXPECT_EQ(records[0].aborted, FALSE);
-    EXPECT_EQ(records[0].mappings, nullptr);
-    EXPECT_EQ(records[0].title, "");
-}
-
-TEST_F(Folders, DeleteFoldersWithQuestionsLetsTheUserDecline) {
-    MakeFolder("keep/sub");
-    int asked = 0;
-    ScopedResponder user([&](const vlx::DialogRequest& request) {
-        ++asked;
-        EXPECT_EQ(request.kind, vlx::DialogKind::ShellDelete);
-        EXPECT_EQ(U(request.target.c_str()), "T:\\keep");
-        return IDNO;
-    });
-    std::vector<ShellRecord> records;
-    ApiPatch<&Win32Api::SHFileOperationW> record([&](LPSHFILEOPSTRUCTW operation) {
-        records.push_back(Capture(*operation));
-        return record.Original()(operation);
-    });
-    // 2 is not 1: the shell asks.
-    EXPECT_EQ(DeleteFolders(Win("keep"), 2, nullptr), FALSE);
-    EXPECT_EQ(asked, 1);
-    EXPECT_TRUE(fs::is_directory(Host("keep/sub")));
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].flags, 0);
+    const HWND owner = reinterpret_cast<HWND>(0x42);
+    // Other than 1, the shell asks, and with no one to answer nothing is deleted.
+    const std::pair<BOOL, FILEOP_FLAGS> cases[] = {{2, 0}, {0, 0}, {1, 0x614}};
+    for (const auto& [silent, flags] : cases) {
+        ShellRecorder shell(0, true);
+        AFX_MODULE_STATE* callers = AfxGetModuleState();
+        EXPECT_EQ(DeleteFolders(Win("tree"), silent, owner), silent == 1 ? TRUE : FALSE);
+        EXPECT_EQ(AfxGetModuleState(), callers);
+        EXPECT_EQ(fs::exists(Host("tree/sub/b.txt")), silent != 1);
+        EXPECT_EQ(shell.records, (ShellRecords{{.owner = owner, .function = FO_DELETE, .from = {"T:\\tree"},
+                                                .flags = flags, .toIsEmptyString = true}}));
+    }
 }
 
 TEST_F(Folders, DeleteFoldersLeavesFilesAndMissingPathsAlone) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "../../platform/linux/desktop.h"
 #include "../support/copy_support.h"
@@ -14,12 +15,8 @@ namespace fs = std::filesystem;
 
 // ---- CopyFileExW
 
-struct ProgressCall {
-    LONGLONG total, done, streamSize, streamDone;
-    DWORD stream, reason;
-    bool handles;
-    friend bool operator==(const ProgressCall&, const ProgressCall&) = default;
-};
+// A call of the progress routine: total, done, stream size, stream done, stream, reason, both handles given.
+using ProgressCall = std::tuple<LONGLONG, LONGLONG, LONGLONG, LONGLONG, DWORD, DWORD, bool>;
 
 struct Script {
     std::vector<ProgressCall> calls;
@@ -30,8 +27,8 @@ struct Script {
 DWORD CALLBACK RecordProgress(LARGE_INTEGER total, LARGE_INTEGER done, LARGE_INTEGER streamSize, LARGE_INTEGER streamDone,
                               DWORD stream, DWORD reason, HANDLE source, HANDLE target, LPVOID data) {
     auto* script = static_cast<Script*>(data);
-    script->calls.push_back({total.QuadPart, done.QuadPart, streamSize.QuadPart, streamDone.QuadPart, stream, reason,
-                             source != nullptr && target != nullptr});
+    script->calls.emplace_back(total.QuadPart, done.QuadPart, streamSize.QuadPart, streamDone.QuadPart, stream, reason,
+                               source != nullptr && target != nullptr);
     return script->calls.size() - 1 == script->answerAt ? script->answer : PROGRESS_CONTINUE;
 }
 
@@ -68,53 +65,43 @@ TEST_F(CopyFilePlatform, CarriesAttributesAndTheLastWriteTimeOver) {
     EXPECT_EQ(status.st_mtim.tv_sec, 1000000000);
 }
 
-TEST_F(CopyFilePlatform, ReplacesUnlessToldToFail) {
-    WriteFile("a.txt", "new");
-    WriteFile("b.txt", "old");
-    EXPECT_EQ(Copy("a.txt", "b.txt", nullptr, nullptr, COPY_FILE_FAIL_IF_EXISTS), FALSE);
-    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
-    EXPECT_EQ(ReadHostFile(Host("b.txt")), "old");
-    EXPECT_EQ(sys().CopyFileW(Win("a.txt"), Win("b.txt"), FALSE), TRUE);
-    EXPECT_EQ(ReadHostFile(Host("b.txt")), "new");
-}
-
-TEST_F(CopyFilePlatform, FailsAsWindowsDoes) {
+TEST_F(CopyFilePlatform, FailsAsWindowsDoesAndReplacesOnlyWhenAllowed) {
     WriteFile("a.txt", "a");
+    WriteFile("b.txt", "old");
     MakeFolder("folder");
     WriteFile("ro.txt", "r");
     ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY));
-    struct Case {
-        const char* from;
-        const char* to;
-        DWORD error;
-    };
-    const Case cases[] = {
-        {"missing.txt", "b.txt", ERROR_FILE_NOT_FOUND},
-        {"a.txt", "nowhere\\b.txt", ERROR_PATH_NOT_FOUND},
-        {"folder", "b", ERROR_ACCESS_DENIED},
-        {"a.txt", "folder", ERROR_ACCESS_DENIED},
-        {"a.txt", "ro.txt", ERROR_ACCESS_DENIED},
-        {"a.txt", "A.TXT", ERROR_SHARING_VIOLATION},  // onto itself: refused before anything is truncated
+    const struct Case {
+        const char *from, *to;
+        DWORD flags, error;
+    } cases[] = {
+        {"missing.txt", "c.txt", 0, ERROR_FILE_NOT_FOUND},
+        {"a.txt", "nowhere\\c.txt", 0, ERROR_PATH_NOT_FOUND},
+        {"folder", "c", 0, ERROR_ACCESS_DENIED},
+        {"a.txt", "folder", 0, ERROR_ACCESS_DENIED},
+        {"a.txt", "ro.txt", 0, ERROR_ACCESS_DENIED},
+        {"a.txt", "A.TXT", 0, ERROR_SHARING_VIOLATION},  // onto itself: refused before anything is truncated
+        {"a.txt", "b.txt", COPY_FILE_FAIL_IF_EXISTS, ERROR_FILE_EXISTS},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(Copy(c.from, c.to), FALSE) << c.from << " -> " << c.to;
+        EXPECT_EQ(Copy(c.from, c.to, nullptr, nullptr, c.flags), FALSE) << c.from << " -> " << c.to;
         EXPECT_EQ(sys().GetLastError(), c.error) << c.from << " -> " << c.to;
     }
     EXPECT_EQ(ReadHostFile(Host("a.txt")), "a");
     EXPECT_EQ(ReadHostFile(Host("ro.txt")), "r");
+    EXPECT_EQ(ReadHostFile(Host("b.txt")), "old");
+    EXPECT_EQ(sys().CopyFileW(Win("a.txt"), Win("b.txt"), FALSE), TRUE);
+    EXPECT_EQ(ReadHostFile(Host("b.txt")), "a");
 }
 
 TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
     WriteFile("a.bin", std::string(3 << 20, 'a'));
-    struct Case {
+    const struct Case {
         DWORD answerAt, answer;
         bool keepsPartial;
-    };
-    const Case cases[] = {{0, PROGRESS_CANCEL, false}, {1, PROGRESS_CANCEL, false}, {1, PROGRESS_STOP, true}};
+    } cases[] = {{0, PROGRESS_CANCEL, false}, {1, PROGRESS_CANCEL, false}, {1, PROGRESS_STOP, true}};
     for (const Case& c : cases) {
-        Script script;
-        script.answerAt = c.answerAt;
-        script.answer = c.answer;
+        Script script{{}, c.answerAt, c.answer};
         EXPECT_EQ(Copy("a.bin", "b.bin", &script), FALSE);
         EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
         EXPECT_EQ(fs::exists(Host("b.bin")), c.keepsPartial);
@@ -128,77 +115,59 @@ TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
 
 // ---- SHFileOperationW
 
+using Names = std::vector<std::string>;
+
 class ShellPlatform : public HostFolderTest {
 protected:
-    int Run(UINT function, const std::string& from, const std::string& to, FILEOP_FLAGS flags, BOOL* aborted = nullptr) {
-        const CString fromList = ToList(from);
-        const CString toList = ToList(to);
-        SHFILEOPSTRUCTW operation{};
-        operation.wFunc = function;
-        operation.pFrom = fromList;
-        operation.pTo = toList;
-        operation.fFlags = flags;
+    int Run(UINT function, const Names& from, const Names& to, FILEOP_FLAGS flags, BOOL* aborted = nullptr) {
+        const CString fromList = List(from), toList = List(to);
+        SHFILEOPSTRUCTW operation{nullptr, function, fromList, toList, flags, FALSE, nullptr, nullptr};
         const int result = sys().SHFileOperationW(&operation);
         if (aborted != nullptr) *aborted = operation.fAnyOperationsAborted;
         return result;
     }
-    // "a|b" as the list "T:\a\0T:\b\0\0"; a part starting with '!' is taken as it stands.
-    CString ToList(const std::string& parts) const {
+    // The names on drive T:, each ended by a NUL; the string's own terminator ends the list.
+    CString List(const Names& names) const {
         CString list;
-        size_t at = 0;
-        while (at < parts.size()) {
-            size_t end = parts.find('|', at);
-            if (end == std::string::npos) end = parts.size();
-            const std::string part = parts.substr(at, end - at);
-            list += part[0] == '!' ? W(part.substr(1)) : Win(part);
-            list += _T('\0');
-            at = end + 1;
-        }
+        for (const std::string& name : names) list += Win(name) + CString(_T('\0'));
         return list;
     }
 };
 
-TEST_F(ShellPlatform, CopiesAFoldersContentsIntoAFolderItMakes) {
+TEST_F(ShellPlatform, CopiesWhereTheToListSays) {
     WriteFile("src/a.txt", "a");
     WriteFile("src/sub/b.txt", "b");
     MakeFolder("src/empty");
-    EXPECT_EQ(Run(FO_COPY, "src\\*.*", "new\\bk", FOF_NOCONFIRMATION), 0);
-    EXPECT_EQ(ReadHostFile(Host("new/bk/a.txt")), "a");
-    EXPECT_EQ(ReadHostFile(Host("new/bk/sub/b.txt")), "b");
-    EXPECT_TRUE(fs::is_directory(Host("new/bk/empty")));
-}
-
-TEST_F(ShellPlatform, AToEntryIsAFolderWhenItIsOneAndTheTargetNameOtherwise) {
-    WriteFile("a.txt", "a");
     MakeFolder("into");
-    EXPECT_EQ(Run(FO_COPY, "a.txt", "into", 0), 0);
-    EXPECT_EQ(ReadHostFile(Host("into/a.txt")), "a");
-    EXPECT_EQ(Run(FO_COPY, "a.txt", "named\\b.txt", 0), 0);
-    EXPECT_EQ(ReadHostFile(Host("named/b.txt")), "a");
-    // Two backslashes before the name are one separator.
-    EXPECT_EQ(Run(FO_COPY, "a.txt", "bk\\\\a.txt", 0), 0);
-    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "a");
-}
-
-TEST_F(ShellPlatform, MultipleDestinationsPairEachSourceWithItsTarget) {
-    WriteFile("a.txt", "a");
-    WriteFile("x/data/one.txt", "1");
-    EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk\\first.txt|bk\\data", FOF_MULTIDESTFILES), 0);
-    EXPECT_EQ(ReadHostFile(Host("bk/first.txt")), "a");
-    EXPECT_EQ(ReadHostFile(Host("bk/data/one.txt")), "1");
-    EXPECT_EQ(Run(FO_COPY, "a.txt|x\\data\\*.*", "bk", FOF_MULTIDESTFILES), DE_MANYDEST);
+    const struct Case {
+        Names from, to;
+        FILEOP_FLAGS flags;
+        const char *copy, *content;
+    } cases[] = {
+        {{"src\\*.*"}, {"new\\bk"}, FOF_NOCONFIRMATION, "new/bk/sub/b.txt", "b"},  // a folder made with its parents
+        {{"src\\a.txt"}, {"into"}, 0, "into/a.txt", "a"},                          // an existing folder takes the file
+        {{"src\\a.txt"}, {"named\\c.txt"}, 0, "named/c.txt", "a"},                 // otherwise the entry names the copy
+        {{"src\\a.txt"}, {"two\\\\a.txt"}, 0, "two/a.txt", "a"},                   // two backslashes are one separator
+        {{"src\\a.txt", "src\\sub\\*.*"}, {"m\\first.txt", "m\\data"}, FOF_MULTIDESTFILES, "m/data/b.txt", "b"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(Run(FO_COPY, c.from, c.to, c.flags), 0) << c.copy;
+        EXPECT_EQ(ReadHostFile(Host(c.copy)), c.content) << c.copy;
+    }
+    EXPECT_EQ(ReadHostFile(Host("new/bk/a.txt")), "a");
+    EXPECT_TRUE(fs::is_directory(Host("new/bk/empty")));
+    EXPECT_EQ(ReadHostFile(Host("m/first.txt")), "a");
 }
 
 TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
-    struct Case {
+    const struct Case {
         int answer;
         FILEOP_FLAGS flags;
         int result;
         BOOL aborted;
         const char* content;
         int asked;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {IDYES, 0, 0, FALSE, "new", 1},
         {IDNO, 0, 0, FALSE, "old", 1},
         {IDCANCEL, 0, ERROR_CANCELLED, TRUE, "old", 1},
@@ -217,7 +186,7 @@ TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
             return c.answer;
         });
         BOOL aborted = -1;
-        EXPECT_EQ(Run(FO_COPY, "src\\*.*", "bk", c.flags, &aborted), c.result) << c.answer;
+        EXPECT_EQ(Run(FO_COPY, {"src\\*.*"}, {"bk"}, c.flags, &aborted), c.result) << c.answer;
         EXPECT_EQ(aborted, c.aborted) << c.answer;
         EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), c.content) << c.answer;
         EXPECT_EQ(asked, c.asked);
@@ -228,25 +197,22 @@ TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
     WriteFile("a.txt", "a");
     MakeFolder("src/sub");
     WriteFile("file", "f");
-    struct Case {
+    const struct Case {
         UINT function;
-        const char* from;
-        const char* to;
+        Names from, to;
+        FILEOP_FLAGS flags;
         int result;
+    } cases[] = {
+        {FO_COPY, {"missing.txt"}, {"bk"}, 0, ERROR_FILE_NOT_FOUND},
+        {FO_COPY, {"a.txt", "missing.txt"}, {"bk"}, 0, ERROR_FILE_NOT_FOUND},  // checked before anything is copied
+        {FO_COPY, {"a.txt"}, {"a.txt"}, 0, DE_SAMEFILE},
+        {FO_COPY, {"src\\*.*"}, {"src\\sub\\deeper"}, 0, DE_DESTSUBTREE},
+        {FO_COPY, {"src\\*.*"}, {"file"}, 0, DE_FLDDESTISFILE},
+        {FO_COPY, {"a.txt", "src\\*.*"}, {"bk"}, FOF_MULTIDESTFILES, DE_MANYDEST},
+        {FO_MOVE, {"a.txt"}, {"bk"}, 0, ERROR_NOT_SUPPORTED},
+        {FO_DELETE, {"src"}, {}, FOF_ALLOWUNDO, ERROR_NOT_SUPPORTED},
     };
-    const Case cases[] = {
-        {FO_COPY, "missing.txt", "bk", ERROR_FILE_NOT_FOUND},
-        {FO_COPY, "a.txt|missing.txt", "bk", ERROR_FILE_NOT_FOUND},  // checked before anything is copied
-        {FO_COPY, "a.txt", "a.txt", DE_SAMEFILE},
-        {FO_COPY, "src\\*.*", "src\\sub\\deeper", DE_DESTSUBTREE},
-        {FO_COPY, "src\\*.*", "file", DE_FLDDESTISFILE},
-        {FO_MOVE, "a.txt", "bk", ERROR_NOT_SUPPORTED},
-        {FO_DELETE, "src", "", ERROR_NOT_SUPPORTED},  // with FOF_ALLOWUNDO below
-    };
-    for (const Case& c : cases) {
-        const FILEOP_FLAGS flags = FOF_NOCONFIRMATION | (c.function == FO_DELETE ? FOF_ALLOWUNDO : 0);
-        EXPECT_EQ(Run(c.function, c.from, c.to, flags), c.result) << c.from << " -> " << c.to;
-    }
+    for (const Case& c : cases) EXPECT_EQ(Run(c.function, c.from, c.to, FOF_NOCONFIRMATION | c.flags), c.result) << c.from[0];
     EXPECT_FALSE(fs::exists(Host("bk")));
     EXPECT_TRUE(fs::exists(Host("src/sub")));
     EXPECT_EQ(sys().SHFileOperationW(nullptr), ERROR_INVALID_PARAMETER);
@@ -266,10 +232,10 @@ TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {
         return answer;
     });
     BOOL aborted = FALSE;
-    EXPECT_EQ(Run(FO_DELETE, "tree", "!", 0, &aborted), ERROR_CANCELLED);
+    EXPECT_EQ(Run(FO_DELETE, {"tree"}, {}, 0, &aborted), ERROR_CANCELLED);
     EXPECT_EQ(aborted, TRUE);
     EXPECT_TRUE(fs::exists(Host("tree/a.txt")));
-    EXPECT_EQ(Run(FO_DELETE, "tree", "!", 0), 0);
+    EXPECT_EQ(Run(FO_DELETE, {"tree"}, {}, 0), 0);
     EXPECT_FALSE(fs::exists(Host("tree")));
     EXPECT_EQ(ReadHostFile(Host("kept/k.txt")), "k");
 }
@@ -303,14 +269,14 @@ TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
     CProgressCtrl bar;
     ASSERT_TRUE(bar.Create(WS_CHILD, RECT{0, 0, 100, 10}, nullptr, 7));
     EXPECT_EQ(vlx::WindowClassName(bar.GetSafeHwnd()), WString(PROGRESS_CLASSW));
-    int low = -1, high = -1;
-    bar.GetRange(low, high);
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, 100);
+    const auto range = [&bar] {
+        int low = -1, high = -1;
+        bar.GetRange(low, high);
+        return std::pair(low, high);
+    };
+    EXPECT_EQ(range(), std::pair(0, 100));
     EXPECT_EQ(bar.SendMessage(PBM_SETRANGE, 0, MAKELPARAM(10, 50)), MAKELONG(0, 100));
-    bar.GetRange(low, high);
-    EXPECT_EQ(low, 10);
-    EXPECT_EQ(high, 50);
+    EXPECT_EQ(range(), std::pair(10, 50));
     EXPECT_EQ(bar.SetPos(30), 10);  // the position was pulled up into the new range
     EXPECT_EQ(bar.GetPos(), 30);
     bar.SetPos(99);
@@ -325,10 +291,6 @@ TEST(ProgressBarPlatform, KeepsItsRangeAndClampedPosition) {
     bar.StepIt();  // past the top: starts again from the bottom
     EXPECT_EQ(bar.GetPos(), 20);
 }
-
-}  // namespace
-
-namespace {
 
 // ---- Lookups of names not found as typed follow every change to the folder, whoever makes it.
 
