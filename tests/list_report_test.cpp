@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "../platform/api_patch.h"
-#include "support/host_fixture.h"
+#include "support/scripted_files.h"
 
 namespace {
 
@@ -51,12 +50,7 @@ protected:
         FileListNode head{};
         GetFileCountInFolderEx(Win("t"), &outcome.files, &outcome.folders, withTotal ? &outcome.bytes : nullptr, &head,
                                filter, nullptr, from, to, dateMode, sizeLimit, sizeMode, &list_);
-        for (FileListNode* node = head.next; node != nullptr;) {
-            FileListNode* next = node->next;
-            outcome.list.push_back(U(node->filePath));
-            std::free(node);
-            node = next;
-        }
+        outcome.list = testing_support::TakePaths(head);
         return outcome;
     }
     std::vector<Row> Rows() {
@@ -86,17 +80,12 @@ TEST_F(ListReport, RowsShowPathUtcTimeAndSizeTexts) {
                                         {"T:\\t\\sub\\d", "2024/05/01 00:00", "0 バイト"}}));
 }
 
-TEST_F(ListReport, WithoutATotalRowsHoldThePathAlone) {
-    File("t/a", 5, kMay1);
-    Run(kAnyDate, kAnyDate, 0, 0, 0, false);
-    EXPECT_EQ(Rows(), (std::vector<Row>{{"T:\\t\\a", "", ""}}));
-}
-
-TEST_F(ListReport, RowsAreAppendedAfterThoseAlreadyInTheControl) {
+TEST_F(ListReport, RowsAreAppendedAfterThoseAlreadyThereAndWithoutATotalHoldThePathAlone) {
     list_.InsertItem(0, _T("earlier row"));
     File("t/a", 5, kMay1);
     Run(kAnyDate, kAnyDate, 0, 0, 0);
-    EXPECT_EQ(Rows(), (std::vector<Row>{{"earlier row", "", ""}, {"T:\\t\\a", "2024/05/01 00:00", "5 バイト"}}));
+    Run(kAnyDate, kAnyDate, 0, 0, 0, false);
+    EXPECT_EQ(Rows(), (std::vector<Row>{{"earlier row", "", ""}, {"T:\\t\\a", "2024/05/01 00:00", "5 バイト"}, {"T:\\t\\a", "", ""}}));
 }
 
 TEST_F(ListReport, SizeFilterModes) {
@@ -124,8 +113,7 @@ TEST_F(ListReport, DateFilterComparesTheFilesDayAtMidnight) {
     File("t/late", 1, kMay1 + 86340);  // 2024-05-01 23:59 UTC
     File("t/before", 1, kMay1 - 1);    // 2024-04-30 23:59:59
     File("t/after", 1, kMay1 + 86400);  // 2024-05-02 00:00
-    const COleDateTime may1(2024, 5, 1, 0, 0, 0);
-    const COleDateTime may1Noon(2024, 5, 1, 12, 0, 0);
+    const COleDateTime may1(2024, 5, 1, 0, 0, 0), may1Noon(2024, 5, 1, 12, 0, 0);
     COleDateTime invalid;
     invalid.SetDateTime(2024, 2, 30, 0, 0, 0);
     struct Case {
