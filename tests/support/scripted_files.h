@@ -100,10 +100,8 @@ private:
                       Ptr(returned) + " overlapped " + Ptr(overlapped));
         return controlError != 0 ? Failed(controlError, FALSE) : TRUE;
     }};
-    ApiPatch<&Win32Api::CloseHandle> close_{[this](HANDLE handle) {
-        log.push_back(handle == kFile ? "CloseHandle" : "CloseHandle stray");
-        return TRUE;
-    }};
+    ApiPatch<&Win32Api::CloseHandle> close_{
+        [this](HANDLE handle) { return log.push_back(handle == kFile ? "CloseHandle" : "CloseHandle stray"), TRUE; }};
     ApiPatch<&Win32Api::GetFileInformationByHandle> information_{[this](HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
         log.push_back(file == kFile ? "GetFileInformationByHandle" : "GetFileInformationByHandle stray");
         if (informationError != 0) return Failed(informationError, FALSE);
@@ -134,10 +132,8 @@ private:
         *data = found[nextFound_++];
         return TRUE;
     }};
-    ApiPatch<&Win32Api::FindClose> findClose_{[this](HANDLE search) {
-        log.push_back(search == kSearch ? "FindClose" : "FindClose stray");
-        return TRUE;
-    }};
+    ApiPatch<&Win32Api::FindClose> findClose_{
+        [this](HANDLE search) { return log.push_back(search == kSearch ? "FindClose" : "FindClose stray"), TRUE; }};
 };
 
 }  // namespace testing_support
