@@ -85,7 +85,8 @@ TEST_F(FolderWalk, CountersAreOnlyAddedToEachIsOptionalAndAFolderThatCannotBeLis
     GetFileCountInFolder(Win("t"), &files, &folders, &bytes, nullptr, CString(), nullptr);
     EXPECT_EQ(std::vector<ULONGLONG>({files, folders, bytes}), std::vector<ULONGLONG>({7, 7, 105}));
     GetFileCountInFolder(Win("t"), &files, nullptr, nullptr, nullptr, CString(), nullptr);
-    for (const char* unlisted : {"missing", "t/a"}) GetFileCountInFolder(Win(unlisted), &files, &folders, &bytes, &head, CString(), nullptr);
+    for (const char* unlisted : {"missing", "t/a"})
+        GetFileCountInFolder(Win(unlisted), &files, &folders, &bytes, &head, CString(), nullptr);
     EXPECT_EQ(std::vector<ULONGLONG>({files, folders, bytes}), std::vector<ULONGLONG>({9, 7, 105}));
     EXPECT_TRUE(head.next == nullptr);
 }
