@@ -25,50 +25,36 @@ constexpr DWORD kFlagBits = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_COMPRESSED 
 
 }  // namespace
 
-TEST(AttributeFlags, EachOutputComesFromItsOwnBitOfOneRead) {
-    for (DWORD word : {DWORD{FILE_ATTRIBUTE_NORMAL}, DWORD{FILE_ATTRIBUTE_ENCRYPTED}, ~kFlagBits,
-                       kFlagBits | FILE_ATTRIBUTE_DIRECTORY}) {
+TEST(AttributeFlags, EachOutputComesFromItsOwnBitOfOneReadAndAnUnreadableWordLeavesThemUntouched) {
+    for (DWORD word : {DWORD{FILE_ATTRIBUTE_NORMAL}, DWORD{FILE_ATTRIBUTE_ENCRYPTED}, ~kFlagBits, kFlagBits | FILE_ATTRIBUTE_DIRECTORY,
+                       INVALID_FILE_ATTRIBUTES}) {
         SCOPED_TRACE(Hex(word));
+        const int read = word != INVALID_FILE_ATTRIBUTES;
+        const auto expected = [&](DWORD bit) { return read ? int{(word & bit) != 0} : 7; };
         ScriptedFiles platform;
         platform.word = word;
         int out[5] = {7, 7, 7, 7, 7};
-        EXPECT_EQ(GetFileProperty(_T("C:\\d\\x"), &out[0], &out[1], &out[2], &out[3], &out[4]), 1);
-        EXPECT_THAT(out, ElementsAre(!!(word & FILE_ATTRIBUTE_READONLY), !!(word & FILE_ATTRIBUTE_COMPRESSED),
-                                     !!(word & FILE_ATTRIBUTE_HIDDEN), !!(word & FILE_ATTRIBUTE_SYSTEM), !!(word & FILE_ATTRIBUTE_ENCRYPTED)));
-        EXPECT_EQ(GetFileProperty(_T("C:\\d\\x"), nullptr, nullptr, nullptr, nullptr, nullptr), 1);
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(GetFileProperty(_T("C:\\d\\x"), &out[0], &out[1], &out[2], &out[3], &out[4]), read);
+        EXPECT_TRUE(read || sys().GetLastError() == DWORD{ERROR_PATH_NOT_FOUND});
+        EXPECT_THAT(out, ElementsAre(expected(FILE_ATTRIBUTE_READONLY), expected(FILE_ATTRIBUTE_COMPRESSED),
+                                     expected(FILE_ATTRIBUTE_HIDDEN), expected(FILE_ATTRIBUTE_SYSTEM), expected(FILE_ATTRIBUTE_ENCRYPTED)));
+        EXPECT_EQ(GetFileProperty(_T("C:\\d\\x"), nullptr, nullptr, nullptr, nullptr, nullptr), read);
         for (const Flag& flag : kFlags) {
             int value = 7;
-            EXPECT_EQ(flag.get(_T("C:\\d\\x"), &value), 1) << flag.name;
-            EXPECT_EQ(value, (word & flag.bit) ? 1 : 0) << flag.name;
+            EXPECT_EQ(flag.get(_T("C:\\d\\x"), &value), read) << flag.name;
+            EXPECT_EQ(value, expected(flag.bit)) << flag.name;
             EXPECT_EQ(flag.get(_T("C:\\d\\x"), nullptr), 0) << flag.name;  // without reading anything
         }
         EXPECT_EQ(platform.log, std::vector<std::string>(6, "GetFileAttributesW C:\\d\\x"));
     }
 }
 
-TEST(AttributeFlags, UnreadableWordFailsWithOutputsUntouchedAndNothingWritten) {
-    ScriptedFiles platform;
-    platform.word = INVALID_FILE_ATTRIBUTES;
-    int out[5] = {7, 7, 7, 7, 7};
-    sys().SetLastError(kJunkError);
-    EXPECT_EQ(GetFileProperty(_T("C:\\x"), &out[0], &out[1], &out[2], &out[3], &out[4]), 0);
-    EXPECT_EQ(sys().GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
-    for (const Flag& flag : kFlags) {
-        EXPECT_EQ(flag.get(_T("C:\\x"), &out[0]), 0);
-        if (flag.set != nullptr) {
-            EXPECT_EQ(flag.set(_T("C:\\x"), 1), 0);
-        }
-    }
-    EXPECT_EQ(SetCompressNtfs(_T("C:\\x"), 1), 0);
-    EXPECT_THAT(out, ElementsAre(7, 7, 7, 7, 7));
-    EXPECT_EQ(platform.log, std::vector<std::string>(9, "GetFileAttributesW C:\\x"));
-}
-
-TEST(AttributeFlags, SettersWriteTheWholeWordWithOnlyTheirBitChangedAndOnlyOneSets) {
+TEST(AttributeFlags, SettersWriteTheWholeWordChangingOnlyTheirBitOnlyOneSetsAndAnUnreadableWordWritesNothing) {
     const DWORD others = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_COMPRESSED;
     for (const Flag& flag : kFlags) {
-        if (flag.set == nullptr) continue;
         for (int set : {1, 0, 2, -1}) {
+            if (flag.set == nullptr) continue;
             SCOPED_TRACE(std::string(flag.name) + " " + std::to_string(set));
             ScriptedFiles platform;
             platform.word = others | (set == 1 ? 0 : flag.bit);
@@ -81,6 +67,11 @@ TEST(AttributeFlags, SettersWriteTheWholeWordWithOnlyTheirBitChangedAndOnlyOneSe
             EXPECT_EQ(sys().GetLastError(), DWORD{ERROR_ACCESS_DENIED});
         }
     }
+    // A word that cannot be read writes nothing.
+    ScriptedFiles unreadable;
+    unreadable.word = INVALID_FILE_ATTRIBUTES;
+    for (auto set : {SetReadOnlyFlag, SetHiddenFlag, SetSystemFlag, SetCompressNtfs}) EXPECT_EQ(set(_T("C:\\x"), 1), 0);
+    EXPECT_EQ(unreadable.log, std::vector<std::string>(4, "GetFileAttributesW C:\\x"));
 }
 
 TEST(Compression, FoldersOpenWithBackupSemanticsFilesAsNormalAndOnlyOneCompresses) {

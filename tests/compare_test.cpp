@@ -9,12 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "support/host_fixture.h"
+#include "support/scripted_files.h"
 
 namespace {
 
 using testing_support::HostFolderTest;
-using testing_support::U;
 using testing_support::W;
 
 using Results = std::vector<std::pair<std::string, DWORD>>;
@@ -37,40 +36,23 @@ protected:
             SetWritten(top, kBase);
         }
     }
+    void WriteBoth(const std::string& relative, const std::string& inA, const std::string& inB) {
+        WriteFile("A/" + relative, inA);
+        WriteFile("B/" + relative, inB);
+    }
     Results Compare(const char* a, const char* b, int bothWays = 0, int useHash = 0) {
         FileListNode head{};
         CompareFolder(W(a), W(b), &head, bothWays, useHash);
-        Results results;
-        for (FileListNode* node = head.next; node != nullptr;) {
-            FileListNode* next = node->next;
-            results.emplace_back(U(node->filePath), node->flags);
-            std::free(node);
-            node = next;
-        }
-        return results;
+        return testing_support::TakeChain(head);
     }
 };
 
-TEST_F(CompareFolders, IdenticalTreesGiveNoResult) {
-    for (const char* top : {"A", "B"}) {
-        WriteFile(std::string(top) + "/x.txt", "same");
-        WriteFile(std::string(top) + "/sub/y.bin", "bytes");
-    }
-    SettleTimes();
-    EXPECT_EQ(Compare("T:\\A", "T:\\B", 1, 1), Results{});
-}
-
 TEST_F(CompareFolders, EachDifferenceBitAndTheirCombinations) {
-    WriteFile("A/newer.txt", "abc");
-    WriteFile("B/newer.txt", "abc");
-    WriteFile("A/bigger_older.txt", "abcdef");
-    WriteFile("B/bigger_older.txt", "abc");
-    WriteFile("A/content.txt", "abc");
-    WriteFile("B/content.txt", "abd");
-    WriteFile("A/everything.txt", "abcd");
-    WriteFile("B/everything.txt", "abc");
-    WriteFile("A/subsecond.txt", "abc");
-    WriteFile("B/subsecond.txt", "abc");
+    WriteBoth("newer.txt", "abc", "abc");
+    WriteBoth("bigger_older.txt", "abcdef", "abc");
+    WriteBoth("content.txt", "abc", "abd");
+    WriteBoth("everything.txt", "abcd", "abc");
+    WriteBoth("subsecond.txt", "abc", "abc");
     WriteFile("A/only_a.txt", "a");
     WriteFile("B/only_b.txt", "b");
     SettleTimes();
@@ -108,8 +90,7 @@ TEST_F(CompareFolders, FolderOnlyInAIsReportedWithEverythingBelowIt) {
 }
 
 TEST_F(CompareFolders, FoldersOnBothSidesCompareByTimeAlone) {
-    WriteFile("A/item/inner.txt", "x");
-    WriteFile("B/item/inner.txt", "x");
+    WriteBoth("item/inner.txt", "x", "x");
     WriteFile("A/kind", "file in A");
     MakeFolder("B/kind");
     SettleTimes();
@@ -118,14 +99,14 @@ TEST_F(CompareFolders, FoldersOnBothSidesCompareByTimeAlone) {
     EXPECT_EQ(Compare("T:\\A", "T:\\B", 0, 1), (Results{{"\\item\\", NewerInA}, {"\\kind", NewerInB}}));
 }
 
-TEST_F(CompareFolders, FoldersGivenInDifferentFormsFindNoCounterparts) {
-    WriteFile("A/x.txt", "x");
-    WriteFile("B/x.txt", "x");
+TEST_F(CompareFolders, IdenticalTreesGiveNoResultButFoldersGivenInDifferentFormsFindNoCounterparts) {
+    WriteBoth("x.txt", "x", "x");
+    WriteBoth("sub/y.bin", "bytes", "bytes");
     SettleTimes();
+    EXPECT_EQ(Compare("T:\\A", "T:\\B", 1, 1), Results{});
+    EXPECT_EQ(Compare("T:\\A\\", "T:\\B\\", 1, 1), Results{});
     // The relative path keeps A's form and is joined to B as it stands: T:\Bx.txt does not exist.
-    EXPECT_EQ(Compare("T:\\A\\", "T:\\B"), (Results{{"x.txt", OnlyInA}}));
-    EXPECT_EQ(Compare("T:\\A\\", "T:\\B\\"), Results{});
-    EXPECT_EQ(Compare("T:\\A", "T:\\B"), Results{});
+    EXPECT_EQ(Compare("T:\\A\\", "T:\\B"), (Results{{"sub\\", OnlyInA}, {"sub\\y.bin", OnlyInA}, {"x.txt", OnlyInA}}));
 }
 
 TEST_F(CompareFolders, MissingOrNonFolderArgumentsAndANullTail) {
@@ -141,8 +122,7 @@ TEST_F(CompareFolders, MissingOrNonFolderArgumentsAndANullTail) {
 }
 
 TEST_F(CompareFolders, FileThatCannotBeHashedKeepsItsOtherBits) {
-    WriteFile("A/locked.txt", "abcd");
-    WriteFile("B/locked.txt", "abc");
+    WriteBoth("locked.txt", "abcd", "abc");
     SettleTimes();
     HANDLE other = sys().CreateFileW(W("T:\\B\\locked.txt"), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);

@@ -1,7 +1,6 @@
 // File hashing: digests of known inputs against independently computed ones, the 64 KiB read loop, and
 // every failure leaving the buffer zeroed and no handle open.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,17 +17,7 @@ namespace {
 using testing_support::HostFolderTest;
 using testing_support::U;
 
-std::string Hex(const BYTE* data) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (int i = 0; i < 16; ++i) {
-        text += kDigits[data[i] >> 4];
-        text += kDigits[data[i] & 15];
-    }
-    return text;
-}
-
-const std::string kZeros(32, '0');
+const std::string kFailed = "failed " + std::string(32, '0');
 
 // Bytes 0, 1, ... 250, 0, 1, ...: no block repeats at the 64 KiB boundary.
 std::string Pattern(size_t length) {
@@ -44,175 +33,135 @@ protected:
         BYTE digest[16];
         std::memset(digest, 0xAB, sizeof digest);
         const int result = GetFileHash(path, digest, algorithm);
-        return result == 1 ? Hex(digest) : "failed " + Hex(digest);
+        std::string hex;
+        for (BYTE b : digest) hex += "0123456789abcdef"[b >> 4], hex += "0123456789abcdef"[b & 15];
+        return result == 1 ? hex : "failed " + hex;
     }
 };
 
-TEST_F(FileHash, Md5OfKnownInputsMatchesAnIndependentDigest) {
+TEST_F(FileHash, Md5OfKnownInputsMatchesAnIndependentDigestReadIn64KiBBlocksOfZeroedBuffer) {
     // Digests from coreutils md5sum of the same bytes.
     struct Case {
         size_t length;
         const char* md5;
-    } cases[] = {
-        {0, "d41d8cd98f00b204e9800998ecf8427e"},
-        {65536, "9cc60713923528a1dd94e1c1ab0ebc9e"},
-        {65537, "4c2641c7fe5c93d3aed7c406629ff0ab"},
-    };
-    for (const Case& c : cases) {
-        const std::string name = "f" + std::to_string(c.length);
-        WriteFile(name, Pattern(c.length));
-        EXPECT_EQ(HashOf(Win(name)), c.md5) << c.length;
-    }
-}
-
-TEST_F(FileHash, ReadsIn64KiBBlocksAndStopsOnceTheSizeIsReached) {
-    struct Case {
-        size_t length;
         std::vector<DWORD> reads;
-    } cases[] = {{0, {0}}, {65536, {65536}}, {65537, {65536, 1}}, {200000, {65536, 65536, 65536, 3392}}};
+    } cases[] = {
+        {0, "d41d8cd98f00b204e9800998ecf8427e", {0}},
+        {65536, "9cc60713923528a1dd94e1c1ab0ebc9e", {65536}},
+        {65537, "4c2641c7fe5c93d3aed7c406629ff0ab", {65536, 1}},
+        {200000, "415d6e662118c229c6ad3f950c24702a", {65536, 65536, 65536, 3392}},
+    };
     for (const Case& c : cases) {
         WriteFile("f", Pattern(c.length));
         std::vector<DWORD> reads;
         ApiPatch<&Win32Api::ReadFile> patch([&](HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
-            EXPECT_EQ(toRead, 65536u);
             // Every block is zeroed before the read, so stale bytes never reach the hash.
             const BYTE* bytes = static_cast<const BYTE*>(buffer);
-            EXPECT_TRUE(std::all_of(bytes, bytes + toRead, [](BYTE b) { return b == 0; }));
+            EXPECT_TRUE(toRead == 65536u && std::all_of(bytes, bytes + toRead, [](BYTE b) { return b == 0; }));
             const BOOL result = patch.Original()(file, buffer, toRead, read, overlapped);
             reads.push_back(*read);
             return result;
         });
-        EXPECT_NE(HashOf(Win("f")).substr(0, 6), "failed");
+        EXPECT_EQ(HashOf(Win("f")), c.md5) << c.length;
         EXPECT_EQ(reads, c.reads) << c.length;
     }
 }
 
 TEST_F(FileHash, FileOverFourGiBIsHashedWhole) {
     // Sparse: 4 GiB of zeros then one byte, so the size's high half and the 64-bit total both matter.
-    const std::string host = Host("big");
-    {
-        std::ofstream(host, std::ios::binary).put('\0');
-    }
-    ASSERT_EQ(truncate(host.c_str(), 4294967296LL), 0);
-    {
-        std::ofstream(host, std::ios::binary | std::ios::app).put('x');
-    }
+    WriteFile("big", "");
+    ASSERT_EQ(truncate(Host("big").c_str(), 4294967296LL), 0);
+    std::ofstream(Host("big"), std::ios::binary | std::ios::app).put('x');
     EXPECT_EQ(HashOf(Win("big")), "946005287ba386e1aa04031fcb20051d");  // md5sum of the same file
 }
 
 TEST_F(FileHash, FailuresLeaveTheBufferZeroedAndReturnZero) {
     WriteFile("a.txt", "abc");
     MakeFolder("dir");
-    EXPECT_EQ(HashOf(Win("missing.txt")), "failed " + kZeros);
-    EXPECT_EQ(HashOf(Win("dir")), "failed " + kZeros);
-    EXPECT_EQ(HashOf(Win("a.txt"), 0x1234), "failed " + kZeros);  // unknown algorithm
+    EXPECT_EQ(HashOf(Win("missing.txt")), kFailed);
+    EXPECT_EQ(HashOf(Win("dir")), kFailed);
+    EXPECT_EQ(HashOf(Win("a.txt"), 0x1234), kFailed);  // unknown algorithm
     // A digest longer than the 16-byte buffer is refused rather than reported as sixteen zeros.
-    EXPECT_EQ(HashOf(Win("a.txt"), CALG_SHA1), "failed " + kZeros);
+    EXPECT_EQ(HashOf(Win("a.txt"), CALG_SHA1), kFailed);
     EXPECT_EQ(GetFileHash(Win("a.txt"), nullptr, CALG_MD5), 0);
-}
-
-TEST_F(FileHash, FileHeldOpenElsewhereCannotBeHashed) {
-    WriteFile("locked.txt", "abc");
-    HANDLE other = sys().CreateFileW(Win("locked.txt"), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+    // A file another handle is writing cannot be hashed, nor compared, until that handle is gone.
+    HANDLE other = sys().CreateFileW(Win("a.txt"), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(other, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(HashOf(Win("locked.txt")), "failed " + kZeros);
-    EXPECT_EQ(CompareFileHash(Win("locked.txt"), Win("locked.txt"), CALG_MD5), -1);
+    EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
+    EXPECT_EQ(CompareFileHash(Win("a.txt"), Win("a.txt"), CALG_MD5), -1);
     sys().CloseHandle(other);
-    EXPECT_EQ(HashOf(Win("locked.txt")), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(HashOf(Win("a.txt")), "900150983cd24fb0d6963f7d28e17f72");
 }
 
 TEST_F(FileHash, EachFailingStepReleasesWhatWasAcquiredInReverseOrder) {
     WriteFile("a.txt", Pattern(70000));
     std::vector<std::string> released;
-    ApiPatch<&Win32Api::CloseHandle> close([&](HANDLE h) {
-        released.push_back("file");
-        return close.Original()(h);
-    });
+    ApiPatch<&Win32Api::CloseHandle> close([&](HANDLE h) { return released.push_back("file"), close.Original()(h); });
     ApiPatch<&Win32Api::CryptReleaseContext> release([&](HCRYPTPROV p, DWORD f) {
         EXPECT_EQ(f, 0u);
-        released.push_back("provider");
-        return release.Original()(p, f);
+        return released.push_back("provider"), release.Original()(p, f);
     });
-    ApiPatch<&Win32Api::CryptDestroyHash> destroy([&](HCRYPTHASH h) {
-        released.push_back("hash");
-        return destroy.Original()(h);
-    });
-
+    ApiPatch<&Win32Api::CryptDestroyHash> destroy([&](HCRYPTHASH h) { return released.push_back("hash"), destroy.Original()(h); });
     using Steps = std::vector<std::string>;
-    EXPECT_NE(HashOf(Win("a.txt")).substr(0, 6), "failed");
-    EXPECT_EQ(released, (Steps{"hash", "provider", "file"}));
-
-    released.clear();
+    const Steps all = {"hash", "provider", "file"};
+    int calls = 0;  // of a step patched to fail at its second call
+    const auto failing = [&] {
+        released.clear(), calls = 0;
+        EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
+        return released;
+    };
+    EXPECT_NE(HashOf(Win("a.txt")), kFailed);
+    EXPECT_EQ(released, all);
     {
         ApiPatch<&Win32Api::CryptAcquireContextW> fail([](HCRYPTPROV*, LPCWSTR, LPCWSTR, DWORD, DWORD) { return FALSE; });
-        EXPECT_EQ(HashOf(Win("a.txt")), "failed " + kZeros);
+        EXPECT_EQ(failing(), Steps{"file"});
     }
-    EXPECT_EQ(released, (Steps{"file"}));
-
-    released.clear();
     {
         ApiPatch<&Win32Api::CryptCreateHash> fail([](HCRYPTPROV, ALG_ID, HCRYPTKEY, DWORD, HCRYPTHASH*) { return FALSE; });
-        EXPECT_EQ(HashOf(Win("a.txt")), "failed " + kZeros);
+        EXPECT_EQ(failing(), (Steps{"provider", "file"}));
     }
-    EXPECT_EQ(released, (Steps{"provider", "file"}));
-
-    released.clear();
     {
-        int calls = 0;
         ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
             return ++calls == 2 ? FALSE : read.Original()(f, b, n, r, o);
         });
-        EXPECT_EQ(HashOf(Win("a.txt")), "failed " + kZeros);
+        EXPECT_EQ(failing(), all);
     }
-    EXPECT_EQ(released, (Steps{"hash", "provider", "file"}));
-
-    released.clear();
-    {
-        int calls = 0;
-        ApiPatch<&Win32Api::CryptHashData> hash([&](HCRYPTHASH h, const BYTE* d, DWORD n, DWORD f) {
-            return ++calls == 2 ? FALSE : hash.Original()(h, d, n, f);
-        });
-        EXPECT_EQ(HashOf(Win("a.txt")), "failed " + kZeros);
-    }
-    EXPECT_EQ(released, (Steps{"hash", "provider", "file"}));
+    ApiPatch<&Win32Api::CryptHashData> data([&](HCRYPTHASH h, const BYTE* d, DWORD n, DWORD f) {
+        return ++calls == 2 ? FALSE : data.Original()(h, d, n, f);
+    });
+    EXPECT_EQ(failing(), all);
 }
 
 TEST_F(FileHash, ReadEndingBeforeTheSizeTakenAtTheStartFailsInsteadOfLooping) {
     WriteFile("a.txt", Pattern(1000));
     // The file claims to be larger than what can be read.
-    ApiPatch<&Win32Api::GetFileSize> size([](HANDLE, LPDWORD high) {
-        if (high != nullptr) *high = 0;
-        return DWORD{5000};
-    });
+    ApiPatch<&Win32Api::GetFileSize> size([](HANDLE, LPDWORD high) { return *high = 0, DWORD{5000}; });
     int reads = 0;
     ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
-        ++reads;
-        return read.Original()(f, b, n, r, o);
+        return ++reads, read.Original()(f, b, n, r, o);
     });
-    EXPECT_EQ(HashOf(Win("a.txt")), "failed " + kZeros);
+    EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
     EXPECT_EQ(reads, 2);  // 1000 bytes, then the end of the file
 }
 
 TEST_F(FileHash, CompareFileHashTellsEqualDifferentAndUnreadable) {
-    WriteFile("one.bin", Pattern(70000));
-    WriteFile("same.bin", Pattern(70000));
     std::string changed = Pattern(70000);
     changed[69999] ^= 1;
+    WriteFile("one.bin", Pattern(70000));
+    WriteFile("same.bin", Pattern(70000));
     WriteFile("changed.bin", changed);
     EXPECT_EQ(CompareFileHash(Win("one.bin"), Win("same.bin"), CALG_MD5), 0);
     EXPECT_EQ(CompareFileHash(Win("one.bin"), Win("changed.bin"), CALG_MD5), 1);
     EXPECT_EQ(CompareFileHash(Win("one.bin"), Win("missing"), CALG_MD5), -1);
     EXPECT_EQ(CompareFileHash(Win("one.bin"), Win("same.bin"), CALG_SHA1), -1);
-
     // A first file that cannot be hashed ends the comparison before the second is opened.
     std::vector<std::string> opened;
     ApiPatch<&Win32Api::CreateFileW> open([&](LPCWSTR path, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f, HANDLE t) {
-        opened.push_back(U(path));
-        return open.Original()(path, a, s, sa, d, f, t);
+        return opened.push_back(U(path)), open.Original()(path, a, s, sa, d, f, t);
     });
     EXPECT_EQ(CompareFileHash(Win("missing"), Win("one.bin"), CALG_MD5), -1);
-    EXPECT_EQ(opened, std::vector<std::string>{U(Win("missing"))});
+    EXPECT_EQ(opened, std::vector<std::string>{"T:\\missing"});
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // COleDateTime (MFC's valid range, status and comparison rules) and CListCtrl over the list-view control.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include <velmora/velmora.h>
 
 #include "support/host_fixture.h"
@@ -11,21 +13,19 @@ using testing_support::U;
 
 TEST(COleDateTime, DatesMapToTheAutomationDayCount) {
     struct Case {
-        int y, mo, d, h, mi, s;
+        int y, mo, d, h;
         DATE want;
     } cases[] = {
-        {1899, 12, 30, 0, 0, 0, 0.0},     {1900, 1, 1, 0, 0, 0, 2.0},        {1899, 12, 30, 6, 0, 0, 0.25},
-        {1899, 12, 29, 6, 0, 0, -1.25},  // before day 0 the fraction still runs forward
-        {2024, 5, 1, 0, 0, 0, 45413.0},   {100, 1, 1, 0, 0, 0, -657434.0},   {9999, 12, 31, 0, 0, 0, 2958465.0},
+        {1899, 12, 30, 0, 0.0},  {1900, 1, 1, 0, 2.0},    {1899, 12, 30, 6, 0.25},
+        {1899, 12, 29, 6, -1.25},  // before day 0 the fraction still runs forward
+        {2024, 5, 1, 0, 45413.0}, {100, 1, 1, 0, -657434.0}, {9999, 12, 31, 0, 2958465.0},
     };
     for (const Case& c : cases) {
-        COleDateTime date(c.y, c.mo, c.d, c.h, c.mi, c.s);
+        const COleDateTime date(c.y, c.mo, c.d, c.h, 0, 0);
         EXPECT_EQ(date.GetStatus(), COleDateTime::valid);
         EXPECT_DOUBLE_EQ(date.m_dt, c.want) << c.y << "-" << c.mo << "-" << c.d;
-        EXPECT_EQ(date.GetYear(), c.y);
-        EXPECT_EQ(date.GetMonth(), c.mo);
-        EXPECT_EQ(date.GetDay(), c.d);
-        EXPECT_EQ(date.GetHour(), c.h);
+        EXPECT_EQ((std::vector<int>{date.GetYear(), date.GetMonth(), date.GetDay(), date.GetHour()}),
+                  (std::vector<int>{c.y, c.mo, c.d, c.h}));
     }
 }
 
@@ -45,71 +45,51 @@ TEST(COleDateTime, MomentsThatDoNotExistOrLieOutsideMfcsRangeAreInvalid) {
 }
 
 TEST(COleDateTime, OrderingIsFalseUnlessBothAreValid) {
-    const COleDateTime early(2024, 5, 1, 0, 0, 0);
-    const COleDateTime late(2024, 5, 1, 12, 0, 0);
-    COleDateTime invalid;
+    const COleDateTime early(2024, 5, 1, 0, 0, 0), late(2024, 5, 1, 12, 0, 0);
+    COleDateTime invalid, null;
     invalid.SetDateTime(2024, 2, 30, 0, 0, 0);
-    COleDateTime null;
     null.SetStatus(COleDateTime::null);
-
-    EXPECT_TRUE(early < late);
-    EXPECT_TRUE(late > early);
-    EXPECT_TRUE(early <= early);
-    EXPECT_FALSE(early > early);
+    EXPECT_TRUE(early < late && late > early && early <= early && !(early > early));
     for (const COleDateTime* odd : {&invalid, &null}) {
-        EXPECT_FALSE(*odd < late);
-        EXPECT_FALSE(*odd > early);
-        EXPECT_FALSE(early < *odd);
-        EXPECT_FALSE(late > *odd);
-        EXPECT_FALSE(late >= *odd);
+        EXPECT_FALSE(*odd < late || *odd > early || early < *odd || late > *odd || late >= *odd);
     }
     // Negative dates compare by the moment they stand for: 1899-12-29 18:00 is after 06:00 that day.
     EXPECT_TRUE(COleDateTime(1899, 12, 29, 18, 0, 0) > COleDateTime(1899, 12, 29, 6, 0, 0));
     EXPECT_TRUE(COleDateTime(1899, 12, 29, 18, 0, 0) < COleDateTime(1899, 12, 30, 0, 0, 0));
 }
 
-class ListCtrl : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(list_.Create(LVS_REPORT, RECT{0, 0, 200, 100}, nullptr, 1)); }
-    CListCtrl list_;
-};
-
-TEST_F(ListCtrl, InsertsRowsAndReadsBackEveryColumn) {
-    EXPECT_EQ(list_.InsertColumn(0, _T("パス")), 0);
-    EXPECT_EQ(list_.InsertColumn(1, _T("更新日時"), LVCFMT_LEFT, 120), 1);
-    EXPECT_EQ(list_.InsertItem(LVIF_TEXT, 0, _T("T:\\a.txt"), 0, 0, 0, 0), 0);
-    EXPECT_EQ(list_.InsertItem(1, _T("T:\\b.txt")), 1);
-    EXPECT_TRUE(list_.SetItemText(1, 1, _T("2024/03/05 07:08")));
-    EXPECT_FALSE(list_.SetItemText(1, 2, _T("no third column")));
-    EXPECT_EQ(list_.GetItemCount(), 2);
-    EXPECT_EQ(U(list_.GetItemText(0, 0)), "T:\\a.txt");
-    EXPECT_EQ(U(list_.GetItemText(1, 1)), "2024/03/05 07:08");
-    EXPECT_EQ(U(list_.GetItemText(0, 1)), "");
+TEST(ListCtrl, InsertsRowsAndReadsBackEveryColumnRefusingRowsAndColumnsThatDoNotExist) {
+    CListCtrl list;
+    ASSERT_TRUE(list.Create(LVS_REPORT, RECT{0, 0, 200, 100}, nullptr, 1));
+    EXPECT_EQ(list.InsertColumn(0, _T("パス")), 0);
+    EXPECT_EQ(list.InsertColumn(1, _T("更新日時"), LVCFMT_LEFT, 120), 1);
+    EXPECT_EQ(list.InsertItem(LVIF_TEXT, 0, _T("T:\\a.txt"), 0, 0, 0, 0), 0);
+    EXPECT_EQ(list.InsertItem(1, _T("T:\\b.txt")), 1);
+    EXPECT_TRUE(list.SetItemText(1, 1, _T("2024/03/05 07:08")));
+    EXPECT_FALSE(list.SetItemText(1, 2, _T("no third column")));
+    EXPECT_EQ(list.GetItemCount(), 2);
+    EXPECT_EQ(U(list.GetItemText(0, 0)) + "|" + U(list.GetItemText(1, 1)) + "|" + U(list.GetItemText(0, 1)),
+              "T:\\a.txt|2024/03/05 07:08|");
     // Rows that cannot exist are refused; past the end appends.
-    EXPECT_EQ(list_.InsertItem(-1, _T("x")), -1);
-    EXPECT_FALSE(list_.SetItemText(5, 0, _T("no such row")));
-    EXPECT_EQ(list_.InsertItem(99, _T("T:\\c.txt")), 2);
-    // The control cuts a text to the caller's buffer, NUL included.
+    EXPECT_EQ(list.InsertItem(-1, _T("x")), -1);
+    EXPECT_FALSE(list.SetItemText(5, 0, _T("no such row")));
+    EXPECT_EQ(list.InsertItem(99, _T("T:\\c.txt")), 2);
+    // The control cuts a text to the caller's buffer, NUL included; CListCtrl grows its own for long texts.
     WCHAR cut[4];
-    EXPECT_EQ(list_.GetItemText(2, 0, cut, 4), 3);
+    EXPECT_EQ(list.GetItemText(2, 0, cut, 4), 3);
     EXPECT_EQ(U(cut), "T:\\");
+    const CString longText(_T('x'), 1000);
+    list.InsertItem(3, longText);
+    EXPECT_EQ(list.GetItemText(3, 0), longText);
 }
 
-TEST(ListCtrlSorting, SortingStyleOrdersRowsWithoutRegardToCase) {
+TEST(ListCtrl, SortingStyleOrdersRowsWithoutRegardToCase) {
     CListCtrl sorted;
     ASSERT_TRUE(sorted.Create(LVS_REPORT | LVS_SORTASCENDING, RECT{0, 0, 200, 100}, nullptr, 1));
     sorted.InsertItem(0, _T("b"));
     sorted.InsertItem(0, _T("C"));
     EXPECT_EQ(sorted.InsertItem(5, _T("a")), 0);
-    EXPECT_EQ(U(sorted.GetItemText(1, 0)), "b");
-    EXPECT_EQ(U(sorted.GetItemText(2, 0)), "C");
-}
-
-TEST_F(ListCtrl, GetItemTextGrowsItsBufferForLongTexts) {
-    list_.InsertColumn(0, _T("path"));
-    const CString longText(_T('x'), 1000);
-    list_.InsertItem(0, longText);
-    EXPECT_EQ(list_.GetItemText(0, 0), longText);
+    EXPECT_EQ(U(sorted.GetItemText(1, 0)) + U(sorted.GetItemText(2, 0)), "bC");
 }
 
 }  // namespace

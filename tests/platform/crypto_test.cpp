@@ -1,6 +1,7 @@
 // CryptoAPI hashing on OpenSSL: digests of known inputs, and the failures Windows gives.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "../../platform/api.h"
@@ -9,15 +10,19 @@
 namespace {
 
 constexpr DWORD kJunk = 0xdeadbeef;
+const BYTE kAbc[] = {'a', 'b', 'c'};
 
 std::string Hex(const BYTE* data, DWORD length) {
-    static const char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (DWORD i = 0; i < length; ++i) {
-        text += kDigits[data[i] >> 4];
-        text += kDigits[data[i] & 15];
-    }
+    for (DWORD i = 0; i < length; ++i) text += "0123456789abcdef"[data[i] >> 4], text += "0123456789abcdef"[data[i] & 15];
     return text;
+}
+
+// The call fails and sets exactly the last error given.
+void ExpectFails(const std::function<BOOL()>& call, DWORD error, const char* what) {
+    sys().SetLastError(kJunk);
+    EXPECT_FALSE(call()) << what;
+    EXPECT_EQ(sys().GetLastError(), error) << what;
 }
 
 class CryptoApi : public ::testing::Test {
@@ -48,6 +53,7 @@ protected:
 };
 
 TEST_F(CryptoApi, HashesKnownInputsWithEachProvidersAlgorithms) {
+    const std::string badAlgorithm = "create failed " + std::to_string(NTE_BAD_ALGID);
     struct Case {
         DWORD provider;
         ALG_ID algorithm;
@@ -57,89 +63,52 @@ TEST_F(CryptoApi, HashesKnownInputsWithEachProvidersAlgorithms) {
         {PROV_RSA_FULL, CALG_MD5, "abc", "900150983cd24fb0d6963f7d28e17f72"},
         {PROV_RSA_FULL, CALG_SHA1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
         {PROV_RSA_AES, CALG_SHA_256, "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-        // The base provider has no SHA-2, as on Windows.
-        {PROV_RSA_FULL, CALG_SHA_256, "abc", "create failed " + std::to_string(NTE_BAD_ALGID)},
-        {PROV_RSA_FULL, 0x1234, "abc", "create failed " + std::to_string(NTE_BAD_ALGID)},
+        {PROV_RSA_FULL, CALG_SHA_256, "abc", badAlgorithm},  // the base provider has no SHA-2, as on Windows
+        {PROV_RSA_FULL, 0x1234, "abc", badAlgorithm},
     };
     for (const Case& c : cases) EXPECT_EQ(Digest(c.provider, c.algorithm, c.input), c.expected) << c.algorithm;
 }
 
-TEST_F(CryptoApi, HashValueBufferRulesAreThoseOfWindows) {
+TEST_F(CryptoApi, ShortBufferFailsUntouchedAndTheHashClosesOnceItsValueIsRead) {
     HCRYPTPROV provider = 0;
     ASSERT_TRUE(sys().CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
     HCRYPTHASH hash = 0;
     ASSERT_TRUE(sys().CryptCreateHash(provider, CALG_SHA1, 0, 0, &hash));
-
-    DWORD size = 0;
-    DWORD length = sizeof size;
-    EXPECT_TRUE(sys().CryptGetHashParam(hash, HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &length, 0));
-    EXPECT_EQ(size, 20u);
-
+    DWORD size = 0, length = sizeof size;
+    EXPECT_TRUE(sys().CryptGetHashParam(hash, HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &length, 0) && size == 20u);
     // A null buffer asks for the length; a short one fails with the length needed and stays untouched.
     length = 0;
-    EXPECT_TRUE(sys().CryptGetHashParam(hash, HP_HASHVAL, nullptr, &length, 0));
-    EXPECT_EQ(length, 20u);
-    BYTE shortBuffer[16] = {};
-    length = sizeof shortBuffer;
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptGetHashParam(hash, HP_HASHVAL, shortBuffer, &length, 0));
-    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_MORE_DATA));
-    EXPECT_EQ(length, 20u);
-    EXPECT_EQ(Hex(shortBuffer, 16), std::string(32, '0'));
-    // The hash is still open after a short buffer, and closed once its value was read.
-    EXPECT_TRUE(sys().CryptHashData(hash, reinterpret_cast<const BYTE*>("abc"), 3, 0));
+    EXPECT_TRUE(sys().CryptGetHashParam(hash, HP_HASHVAL, nullptr, &length, 0) && length == 20u);
     BYTE value[20] = {};
-    length = sizeof value;
+    length = 16;
+    ExpectFails([&] { return sys().CryptGetHashParam(hash, HP_HASHVAL, value, &length, 0); }, ERROR_MORE_DATA, "short");
+    EXPECT_EQ(length, 20u);
+    EXPECT_EQ(Hex(value, 20), std::string(40, '0'));
+    // The hash is still open after a short buffer, and closed once its value was read.
+    EXPECT_TRUE(sys().CryptHashData(hash, kAbc, 3, 0));
     EXPECT_TRUE(sys().CryptGetHashParam(hash, HP_HASHVAL, value, &length, 0));
     EXPECT_EQ(Hex(value, length), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptHashData(hash, reinterpret_cast<const BYTE*>("x"), 1, 0));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_HASH_STATE);
-
+    ExpectFails([&] { return sys().CryptHashData(hash, kAbc, 1, 0); }, NTE_BAD_HASH_STATE, "after value");
     EXPECT_TRUE(sys().CryptDestroyHash(hash));
     EXPECT_TRUE(sys().CryptReleaseContext(provider, 0));
 }
 
 TEST_F(CryptoApi, RefusesWhatWindowsRefusesWithItsCodes) {
     HCRYPTPROV provider = 0;
-    struct Acquire {
-        DWORD type, flags;
-        LPCWSTR container;
-        DWORD error;
-    } acquires[] = {
-        {PROV_RSA_FULL, 0, nullptr, NTE_BAD_KEYSET},  // key containers are not kept
-        {99, CRYPT_VERIFYCONTEXT, nullptr, NTE_PROV_TYPE_NOT_DEF},
-        {PROV_RSA_FULL, CRYPT_VERIFYCONTEXT | 0x1000, nullptr, NTE_BAD_FLAGS},
-    };
-    for (const Acquire& a : acquires) {
-        sys().SetLastError(kJunk);
-        EXPECT_FALSE(sys().CryptAcquireContextW(&provider, a.container, nullptr, a.type, a.flags));
-        EXPECT_EQ(sys().GetLastError(), a.error) << a.type << " " << a.flags;
-    }
-
     HCRYPTHASH hash = 0;
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptCreateHash(0x4711, CALG_MD5, 0, 0, &hash));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_UID);
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptHashData(0x4711, reinterpret_cast<const BYTE*>("x"), 1, 0));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_HASH);
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptDestroyHash(0x4711));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_HASH);
-
-    ASSERT_TRUE(sys().CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptCreateHash(provider, CALG_MD5, 0, 1, &hash));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_FLAGS);
-    // A provider handle is not a hash handle, nor the other way round.
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptDestroyHash(provider));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_HASH);
+    auto acquire = [&](DWORD type, DWORD flags) { return sys().CryptAcquireContextW(&provider, nullptr, nullptr, type, flags); };
+    ExpectFails([&] { return acquire(PROV_RSA_FULL, 0); }, NTE_BAD_KEYSET, "key containers are not kept");
+    ExpectFails([&] { return acquire(99, CRYPT_VERIFYCONTEXT); }, NTE_PROV_TYPE_NOT_DEF, "provider type");
+    ExpectFails([&] { return acquire(PROV_RSA_FULL, CRYPT_VERIFYCONTEXT | 0x1000); }, NTE_BAD_FLAGS, "acquire flags");
+    ExpectFails([&] { return sys().CryptCreateHash(0x4711, CALG_MD5, 0, 0, &hash); }, NTE_BAD_UID, "create, bad provider");
+    ExpectFails([&] { return sys().CryptHashData(0x4711, kAbc, 1, 0); }, NTE_BAD_HASH, "data, bad hash");
+    ExpectFails([&] { return sys().CryptDestroyHash(0x4711); }, NTE_BAD_HASH, "destroy, bad hash");
+    ASSERT_TRUE(acquire(PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
+    ExpectFails([&] { return sys().CryptCreateHash(provider, CALG_MD5, 0, 1, &hash); }, NTE_BAD_FLAGS, "create flags");
+    // A provider handle is not a hash handle, and a released one is gone.
+    ExpectFails([&] { return sys().CryptDestroyHash(provider); }, NTE_BAD_HASH, "provider as hash");
     EXPECT_TRUE(sys().CryptReleaseContext(provider, 0));
-    sys().SetLastError(kJunk);
-    EXPECT_FALSE(sys().CryptReleaseContext(provider, 0));
-    EXPECT_EQ(sys().GetLastError(), NTE_BAD_UID);
+    ExpectFails([&] { return sys().CryptReleaseContext(provider, 0); }, NTE_BAD_UID, "released twice");
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 // A scripted platform for logic tests of the file-property exports: the entries a test needs are
 // patched, every call is logged with the values passed, in order, and each answer can be set or made to
-// fail with a code of the test's choice.
+// fail with a code of the test's choice. Also the reading of a result chain, shared by the walks' tests.
 #pragma once
 
+#include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../../platform/api_patch.h"
@@ -15,6 +17,25 @@ inline std::string Hex(ULONGLONG value) {
     char text[24];
     std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
     return text;
+}
+
+// The (path, flags) of each node chained behind head, freeing every node as the caller does.
+inline std::vector<std::pair<std::string, DWORD>> TakeChain(FileListNode& head) {
+    std::vector<std::pair<std::string, DWORD>> chain;
+    for (FileListNode* node = head.next; node != nullptr;) {
+        FileListNode* next = node->next;
+        chain.emplace_back(WStrToUtf8(node->filePath), node->flags);
+        std::free(node);
+        node = next;
+    }
+    head.next = nullptr;
+    return chain;
+}
+// The paths of a walk's chain, whose nodes all carry flags 0.
+inline std::vector<std::string> TakePaths(FileListNode& head) {
+    std::vector<std::string> paths;
+    for (const auto& [path, flags] : TakeChain(head)) paths.push_back(path + (flags == 0 ? "" : " flags " + Hex(flags)));
+    return paths;
 }
 
 class ScriptedFiles {
@@ -79,10 +100,8 @@ private:
                       Ptr(returned) + " overlapped " + Ptr(overlapped));
         return controlError != 0 ? Failed(controlError, FALSE) : TRUE;
     }};
-    ApiPatch<&Win32Api::CloseHandle> close_{[this](HANDLE handle) {
-        log.push_back(handle == kFile ? "CloseHandle" : "CloseHandle stray");
-        return TRUE;
-    }};
+    ApiPatch<&Win32Api::CloseHandle> close_{
+        [this](HANDLE handle) { return log.push_back(handle == kFile ? "CloseHandle" : "CloseHandle stray"), TRUE; }};
     ApiPatch<&Win32Api::GetFileInformationByHandle> information_{[this](HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
         log.push_back(file == kFile ? "GetFileInformationByHandle" : "GetFileInformationByHandle stray");
         if (informationError != 0) return Failed(informationError, FALSE);
@@ -113,10 +132,8 @@ private:
         *data = found[nextFound_++];
         return TRUE;
     }};
-    ApiPatch<&Win32Api::FindClose> findClose_{[this](HANDLE search) {
-        log.push_back(search == kSearch ? "FindClose" : "FindClose stray");
-        return TRUE;
-    }};
+    ApiPatch<&Win32Api::FindClose> findClose_{
+        [this](HANDLE search) { return log.push_back(search == kSearch ? "FindClose" : "FindClose stray"), TRUE; }};
 };
 
 }  // namespace testing_support
