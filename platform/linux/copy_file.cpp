@@ -123,15 +123,17 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
 
     // The last-write time goes over as it is; the access time is the copy's own.
     const struct timespec times[2] = {{0, UTIME_OMIT}, sourceStatus.st_mtim};
-    struct stat targetStatus {};
-    if (futimens(to->fd, times) != 0 || fstat(to->fd, &targetStatus) != 0) return abandon(Win32ErrorFromErrno(errno));
-    target.reset();
-    source.reset();
+    if (futimens(to->fd, times) != 0) return abandon(Win32ErrorFromErrno(errno));
     // Read-only comes last, once nothing more is written to the copy. A new copy already holds what its
     // creation wrote (hidden, system and archive) and needs no second write when that is all there is.
     const DWORD written = (attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
     const DWORD wanted = attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE);
-    if ((replacing || wanted != written) && !WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
+    const bool writeAttributes = replacing || wanted != written;
+    struct stat targetStatus {};
+    if (writeAttributes && fstat(to->fd, &targetStatus) != 0) return abandon(Win32ErrorFromErrno(errno));
+    target.reset();
+    source.reset();
+    if (writeAttributes && !WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }

@@ -124,8 +124,9 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     struct stat status = resolved.status;
     if (created || S_ISLNK(resolved.status.st_mode)) fstat(fd, &status);
     if (created) {
+        // A new file reads as archive with nothing stored, so only other attributes need a write.
         const DWORD wanted = (flags & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
-        WriteHostAttributes(resolved.hostPath, status, wanted);
+        if (wanted != FILE_ATTRIBUTE_ARCHIVE) WriteHostAttributes(resolved.hostPath, status, wanted);
     }
     auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
