@@ -30,6 +30,13 @@ bool VersionTextIs(const wchar_t* path, const wchar_t* key, const wchar_t* want)
     return VerQueryValueW(block, query, reinterpret_cast<void**>(&value), &length) && length > 0 && std::wcscmp(value, want) == 0;
 }
 
+void WriteSmallFile(const wchar_t* path, const char* text) {
+    HANDLE handle = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    WriteFile(handle, text, static_cast<DWORD>(std::strlen(text)), &written, nullptr);
+    CloseHandle(handle);
+}
+
 // An export found by its plain name, typed from its declaration in the public header.
 template <class Function>
 Function Export(HMODULE module, const char* name) {
@@ -58,10 +65,7 @@ void FileProperties(HMODULE module) {
     std::swprintf(second, MAX_PATH, L"%lsvelmora-smoke-link.txt", folder);
     DeleteFileW(second);
     SetFileAttributesW(file, FILE_ATTRIBUTE_NORMAL);
-    HANDLE handle = CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    DWORD written = 0;
-    WriteFile(handle, "12345", 5, &written, nullptr);
-    CloseHandle(handle);
+    WriteSmallFile(file, "12345");
 
     Check(kind(CString(L"C:\\")) == 2, "GetPathIsFileOrFolder of C:\\ is 2");
     Check(kind(CString(file)) == 1, "GetPathIsFileOrFolder of a file is 1");
@@ -104,12 +108,8 @@ void Enumeration(HMODULE module) {
     std::swprintf(fileB, MAX_PATH, L"%ls\\x.txt", b);
     CreateDirectoryW(a, nullptr);
     CreateDirectoryW(b, nullptr);
-    for (const wchar_t* path : {fileA, fileB}) {
-        HANDLE handle = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        DWORD written = 0;
-        WriteFile(handle, path == fileA ? "12345" : "12346", 5, &written, nullptr);
-        CloseHandle(handle);
-    }
+    WriteSmallFile(fileA, "12345");
+    WriteSmallFile(fileB, "12346");
 
     BYTE digest[16] = {};
     static const BYTE kMd5Of12345[16] = {0x82, 0x7c, 0xcb, 0x0e, 0xea, 0x8a, 0x70, 0x6c,
@@ -153,10 +153,7 @@ void CopyEngine(HMODULE module) {
     std::swprintf(source, MAX_PATH, L"%ls\\src\\sub", root);
     Check(createFolders(CString(source)) == 1, "CreateFolders makes every missing level");
     std::swprintf(file, MAX_PATH, L"%ls\\src\\a.txt", root);
-    HANDLE handle = CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    DWORD written = 0;
-    WriteFile(handle, "hello", 5, &written, nullptr);
-    CloseHandle(handle);
+    WriteSmallFile(file, "hello");
 
     std::swprintf(source, MAX_PATH, L"%ls\\src", root);
     std::swprintf(target, MAX_PATH, L"%ls\\direct", root);
