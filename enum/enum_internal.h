@@ -24,15 +24,6 @@ using UniqueListNode = std::unique_ptr<FileListNode, FreeListNode>;
 // cut path would name another entry.
 void AppendNode(FileListNode*& tail, LPCWSTR path, DWORD flags = 0);
 
-// VelmoraGuardedCall for the exports that return nothing.
-template <class Body>
-void VelmoraGuardedVoidCall(Body&& body) noexcept {
-    VelmoraGuardedCall(0, [&] {
-        body();
-        return 0;
-    });
-}
-
 // The cancel flag as another thread may have just set it: read afresh at every check, 1 alone cancels.
 bool CancelRequested(const BOOL* pCancel);
 

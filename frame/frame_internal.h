@@ -28,3 +28,12 @@ Result VelmoraGuardedCall(Result failure, Body&& body) noexcept {
         return failure;
     }
 }
+
+// The same for the exports that return nothing.
+template <class Body>
+void VelmoraGuardedVoidCall(Body&& body) noexcept {
+    VelmoraGuardedCall(0, [&] {
+        body();
+        return 0;
+    });
+}
