@@ -3,7 +3,7 @@
 
 #include <compare>
 
-#include "wstr.h"
+#include "../platform/wstr.h"
 
 class CString {
 public:

@@ -1,7 +1,7 @@
 // The extension filter shared by the direct copy and the folder walks.
 #include "extension_filter.h"
 
-#include "../afx/wstr.h"
+#include "../platform/wstr.h"
 
 namespace {
 

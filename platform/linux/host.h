@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "../../afx/wstr.h"
+#include "../wstr.h"
 
 namespace vlx {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <tuple>
 
-#include "../../platform/linux/desktop.h"
+#include "../../platform/linux/desktop/desktop.h"
 #include "../support/copy_support.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <afxwin.h>
 
 #include "../../platform/api.h"
-#include "../../platform/linux/desktop.h"
+#include "../../platform/linux/desktop/desktop.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "internal.h"
-#include "table.h"
+#include "../core/internal.h"
+#include "../core/table.h"
 
 namespace vlx {
 

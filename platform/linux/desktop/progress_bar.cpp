@@ -3,7 +3,7 @@
 #include <mutex>
 
 #include "desktop.h"
-#include "table.h"
+#include "../core/table.h"
 
 namespace vlx {
 

@@ -20,8 +20,8 @@
 
 #include <vector>
 
-#include "internal.h"
-#include "scoped_handle.h"
+#include "../core/internal.h"
+#include "../core/scoped_handle.h"
 
 namespace vlx {
 

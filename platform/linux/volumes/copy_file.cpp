@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "file_object.h"
-#include "scoped_handle.h"
+#include "../core/scoped_handle.h"
 
 namespace vlx {
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "internal.h"
+#include "../core/internal.h"
 
 namespace vlx {
 

@@ -1,5 +1,5 @@
 // The platform table bound to the Linux implementations.
-#include "../api.h"
+#include "../../api.h"
 #include "table.h"
 
 namespace {

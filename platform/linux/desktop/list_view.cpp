@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "desktop.h"
-#include "table.h"
+#include "../core/table.h"
 
 namespace vlx {
 

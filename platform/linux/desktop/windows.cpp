@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "desktop.h"
-#include "table.h"
+#include "../core/table.h"
 
 namespace vlx {
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "../../afx/wstr.h"
-#include "../win32.h"
-#include "host.h"
+#include "../../wstr.h"
+#include "../../win32.h"
+#include "../host.h"
 
 #ifndef ERROR_TOO_MANY_LINKS
 #define ERROR_TOO_MANY_LINKS 1142L

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "file_object.h"
-#include "table.h"
+#include "../core/table.h"
 
 namespace vlx {
 

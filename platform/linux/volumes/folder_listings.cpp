@@ -14,7 +14,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "internal.h"
+#include "../core/internal.h"
 
 namespace vlx {
 

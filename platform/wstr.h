@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "../platform/win32.h"
+#include "win32.h"
 
 using WString = std::basic_string<WCHAR>;
 

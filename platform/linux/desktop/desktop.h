@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "internal.h"
+#include "../core/internal.h"
 
 namespace vlx {
 

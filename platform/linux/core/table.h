@@ -1,7 +1,7 @@
 // The Linux implementations of the platform table's entries, for binding and for calls between them.
 #pragma once
 
-#include "../win32.h"
+#include "../../win32.h"
 
 namespace vlx {
 

@@ -1,8 +1,8 @@
 // Dialogs: the host's responder, and TaskDialogIndirect answered by it.
 #include <mutex>
 
-#include "internal.h"
-#include "table.h"
+#include "../core/internal.h"
+#include "../core/table.h"
 
 namespace vlx {
 

@@ -1,7 +1,7 @@
 // An open file or folder in the handle table.
 #pragma once
 
-#include "internal.h"
+#include "../core/internal.h"
 
 namespace vlx {
 
