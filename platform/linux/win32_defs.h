@@ -712,3 +712,6 @@ typedef struct {
     int iLow;
     int iHigh;
 } PBRANGE, *PPBRANGE;
+
+// The shell refuses to delete, move or rename a volume's root folder.
+#define DE_ROOTDIR 0x74
