@@ -1,5 +1,6 @@
 // Drive letters and Win32 path rules on host folders: separators, case-insensitive lookup with the case
 // kept, MAX_PATH, relative paths, wildcards and NTFS name order.
+#include <fcntl.h>
 #include <dirent.h>
 #include <unistd.h>
 
@@ -372,6 +373,9 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         std::string hostName =
             HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, hostNames[i], names[i], entry, last && lastExactMissing);
         if (hostName.empty()) {
+            // A folder the user may not enter hides what is in it: that is a refusal, not a missing name.
+            if (faccessat(AT_FDCWD, host.c_str(), X_OK, AT_EACCESS) != 0 && errno == EACCES)
+                return Fail(ERROR_ACCESS_DENIED, false);
             if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
             out.components.push_back(names[i]);
             out.hostPath = JoinHost(host, hostNames[i]);
