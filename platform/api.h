@@ -132,6 +132,30 @@ struct Win32Api {
     // without a choice); a failure code when the dialog could not be shown.
     HRESULT(WINAPI* TaskDialogIndirect)(const TASKDIALOGCONFIG* config, int* button, int* radioButton,
                                         BOOL* verificationChecked);
+
+    // --- Shell archives and shortcuts: COM (ole32, oleaut32), environment strings and a bounded append.
+    // CoInitialize enters the calling thread into a single-threaded apartment: S_OK the first time, S_FALSE
+    // when the thread is in one already (each success wants its CoUninitialize), RPC_E_CHANGED_MODE when the
+    // thread is multithreaded. CoCreateInstance gives the object of a registered class for the interface
+    // asked, with one reference the caller releases: REGDB_E_CLASSNOTREG for an unknown class,
+    // E_NOINTERFACE for an interface it lacks, CO_E_NOTINITIALIZED on a thread outside any apartment.
+    HRESULT(WINAPI* CoInitialize)(LPVOID reserved);
+    void(WINAPI* CoUninitialize)();
+    HRESULT(WINAPI* CoCreateInstance)(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+    // SysAllocString copies a string into a new BSTR (null for a null string or when memory runs out);
+    // SysFreeString frees one (null is allowed). VariantClear frees what a VARIANT owns (a BSTR, a reference
+    // to an interface) and leaves it VT_EMPTY.
+    BSTR(WINAPI* SysAllocString)(const OLECHAR* text);
+    void(WINAPI* SysFreeString)(BSTR text);
+    void(WINAPI* VariantInit)(VARIANTARG* variant);
+    HRESULT(WINAPI* VariantClear)(VARIANTARG* variant);
+    // ExpandEnvironmentStringsW replaces each %NAME% of a variable that exists by its value and leaves the
+    // others as written; it returns the length needed with the terminator, which is larger than the
+    // capacity when the text did not fit (the buffer then holds nothing usable), and 0 on failure.
+    DWORD(WINAPI* ExpandEnvironmentStringsW)(LPCWSTR source, LPWSTR destination, DWORD capacity);
+    // wcscat_s appends within a capacity that counts the terminator. The library checks that the text fits
+    // first: the CRT of Windows ends the process on an overflow by default.
+    errno_t(WINAPI* wcscat_s)(WCHAR* destination, size_t capacity, const WCHAR* source);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

@@ -59,3 +59,11 @@ void SetDialogResponder(DialogResponder responder);
 int AskDialog(const DialogRequest& request);
 
 }  // namespace vlx
+
+// ---- COM: what tests need to prove that every reference and apartment was given back.
+namespace vlx {
+// Objects of the platform's COM classes still alive (Shell.Application, its folders and items, shell links).
+size_t LiveComObjectCount();
+// How many CoInitialize calls of the calling thread are not yet balanced by CoUninitialize.
+int ComApartmentDepth();
+}  // namespace vlx

@@ -72,6 +72,16 @@ Win32Api MakeLinuxTable() {
     table.CopyFileExW = vlx::CopyFileExW;
     table.SHFileOperationW = vlx::SHFileOperationW;
     table.TaskDialogIndirect = vlx::TaskDialogIndirect;
+    // Shell archives and shortcuts
+    table.CoInitialize = vlx::CoInitialize;
+    table.CoUninitialize = vlx::CoUninitialize;
+    table.CoCreateInstance = vlx::CoCreateInstance;
+    table.SysAllocString = vlx::SysAllocString;
+    table.SysFreeString = vlx::SysFreeString;
+    table.VariantInit = vlx::VariantInit;
+    table.VariantClear = vlx::VariantClear;
+    table.ExpandEnvironmentStringsW = vlx::ExpandEnvironmentStringsW;
+    table.wcscat_s = vlx::wcscat_s;
     return table;
 }
 

@@ -78,4 +78,15 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
 int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
 HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
 
+// Shell archives and shortcuts: COM (shell/com.cpp), environment strings and the bounded append (shell/strings.cpp).
+HRESULT WINAPI CoInitialize(LPVOID reserved);
+void WINAPI CoUninitialize();
+HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+BSTR WINAPI SysAllocString(const OLECHAR* text);
+void WINAPI SysFreeString(BSTR text);
+void WINAPI VariantInit(VARIANTARG* variant);
+HRESULT WINAPI VariantClear(VARIANTARG* variant);
+DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD capacity);
+errno_t WINAPI wcscat_s(WCHAR* destination, size_t capacity, const WCHAR* source);
+
 }  // namespace vlx
