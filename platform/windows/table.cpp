@@ -71,6 +71,15 @@ Win32Api MakeWindowsTable() {
     table.CopyFileExW = ::CopyFileExW;
     table.SHFileOperationW = ::SHFileOperationW;
     table.TaskDialogIndirect = ::TaskDialogIndirect;
+    // WIM images
+    table.GetSystemDirectoryW = ::GetSystemDirectoryW;
+    table.GetTempPathW = ::GetTempPathW;
+    table.LoadLibraryW = ::LoadLibraryW;
+    table.GetModuleHandleW = ::GetModuleHandleW;
+    table.GetProcAddress = ::GetProcAddress;
+    table.FreeLibrary = ::FreeLibrary;
+    table.SetTimer = ::SetTimer;
+    table.KillTimer = ::KillTimer;
     return table;
 }
 

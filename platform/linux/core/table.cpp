@@ -72,6 +72,15 @@ Win32Api MakeLinuxTable() {
     table.CopyFileExW = vlx::CopyFileExW;
     table.SHFileOperationW = vlx::SHFileOperationW;
     table.TaskDialogIndirect = vlx::TaskDialogIndirect;
+    // WIM images
+    table.GetSystemDirectoryW = vlx::GetSystemDirectoryW;
+    table.GetTempPathW = vlx::GetTempPathW;
+    table.LoadLibraryW = vlx::LoadLibraryW;
+    table.GetModuleHandleW = vlx::GetModuleHandleW;
+    table.GetProcAddress = vlx::GetProcAddress;
+    table.FreeLibrary = vlx::FreeLibrary;
+    table.SetTimer = vlx::SetTimer;
+    table.KillTimer = vlx::KillTimer;
     return table;
 }
 
