@@ -156,6 +156,22 @@ struct Win32Api {
     // wcscat_s appends within a capacity that counts the terminator. The library checks that the text fits
     // first: the CRT of Windows ends the process on an overflow by default.
     errno_t(WINAPI* wcscat_s)(WCHAR* destination, size_t capacity, const WCHAR* source);
+    // --- WIM images: libraries loaded at run time, the temporary folder, and timers.
+    // GetSystemDirectoryW and GetTempPathW give the length without the terminator, or the size needed
+    // with it when the buffer is too small. The system folder has no trailing backslash; the temporary
+    // folder has one. LoadLibraryW fails with ERROR_MOD_NOT_FOUND for a library that is not there (or with
+    // the library's own code when it cannot start); each load of one library gives the same handle, which
+    // stays valid until as many FreeLibrary calls. GetProcAddress fails with ERROR_PROC_NOT_FOUND for a
+    // name the library does not export. A timer's WM_TIMER is made by PeekMessageW and GetMessageW when
+    // the thread's queue holds nothing else and the period has passed; it never piles up.
+    UINT(WINAPI* GetSystemDirectoryW)(LPWSTR buffer, UINT size);
+    DWORD(WINAPI* GetTempPathW)(DWORD length, LPWSTR buffer);
+    HMODULE(WINAPI* LoadLibraryW)(LPCWSTR path);
+    HMODULE(WINAPI* GetModuleHandleW)(LPCWSTR name);
+    FARPROC(WINAPI* GetProcAddress)(HMODULE module, LPCSTR name);
+    BOOL(WINAPI* FreeLibrary)(HMODULE module);
+    UINT_PTR(WINAPI* SetTimer)(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+    BOOL(WINAPI* KillTimer)(HWND window, UINT_PTR id);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

@@ -214,3 +214,24 @@ VELMORA_EXPORT BOOL ExtractFromZip(CString zipPath, CString destination, int sil
 // the link's arguments could be read. A link that cannot be loaded leaves buffer untouched; a command line
 // that does not fit 260 units with its terminator is not cut: buffer is left empty and the result is 0.
 VELMORA_EXPORT BOOL GetShortCutTargetPath(CString linkPath, LPWSTR buffer, WIN32_FIND_DATAW* pFindData);
+// ---- WIM images, through the system's imaging library (wimgapi.dll), loaded for each call and released
+// before it returns. An entry point missing from that library gives 0 with last error ERROR_PROC_NOT_FOUND;
+// every other failure leaves the loader's or the imaging library's last error. Paths of MAX_PATH units or
+// more are refused with 0.
+
+// Adds one image of sourceFolder's tree to imageFile, creating the file (with the compression type given:
+// WIM_COMPRESS_NONE, _XPRESS, _LZX or _LZMS) when it does not exist; an existing file keeps its own.
+// temporaryFolder empty: the user's temporary folder. While it runs, *percent receives the progress and
+// textWindow's text each file's path; with either given, the calling thread's messages are pumped.
+VELMORA_EXPORT BOOL CompressToWim(CString imageFile, CString sourceFolder, CString temporaryFolder, DWORD compression,
+                                  DWORD* percent, CWnd* textWindow);
+// Writes image number index (from 1) of imageFile into targetFolder; progress as for CompressToWim. The
+// result is the imaging library's own once the image could be loaded.
+VELMORA_EXPORT BOOL ExtractFromWim(CString imageFile, CString targetFolder, CString temporaryFolder, DWORD index,
+                                   DWORD* percent, CWnd* textWindow);
+// Mounts image number index of imageFile at the empty mountFolder. With temporaryFolder empty the mount is
+// for reading only. The mount outlives the call; the result is the imaging library's.
+VELMORA_EXPORT BOOL MountWim(CString imageFile, CString mountFolder, CString temporaryFolder, DWORD index);
+// Unmounts it again: commit nonzero writes the changes made under mountFolder back into the image, zero
+// discards them. The same image file, folder and index as the mount; the result is the imaging library's.
+VELMORA_EXPORT BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit);

@@ -309,7 +309,7 @@ typedef enum _FINDEX_SEARCH_OPS {
 #define ERROR_MORE_DATA 234L
 #define ERROR_NO_MORE_ITEMS 259L
 #define ERROR_DIRECTORY 267L
-#define ERROR_NOT_A_REPARSE_POINT 4390L
+#define ERROR_DLL_INIT_FAILED 1114L
 #define ERROR_OPERATION_ABORTED 995L
 #define ERROR_IO_PENDING 997L
 #define ERROR_NOACCESS 998L
@@ -957,3 +957,10 @@ struct IPersistFile : IPersist {
     STDMETHOD(SaveCompleted)(LPCOLESTR fileName) PURE;
     STDMETHOD(GetCurFile)(LPOLESTR* fileName) PURE;
 };
+// WIM images: run-time libraries, the imaging library's errors and the timers a window shows progress by.
+#define ERROR_BAD_FORMAT 11L
+#define ERROR_FILE_CORRUPT 1392L
+#define ERROR_DLL_INIT_FAILED 1114L
+#define USER_TIMER_MINIMUM 0x0000000A
+typedef VOID(CALLBACK* TIMERPROC)(HWND window, UINT message, UINT_PTR id, DWORD time);
+#define WC_STATICW u"Static"

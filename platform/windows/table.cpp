@@ -81,6 +81,15 @@ Win32Api MakeWindowsTable() {
     table.VariantClear = ::VariantClear;
     table.ExpandEnvironmentStringsW = ::ExpandEnvironmentStringsW;
     table.wcscat_s = static_cast<errno_t(WINAPI*)(WCHAR*, size_t, const WCHAR*)>(::wcscat_s);
+    // WIM images
+    table.GetSystemDirectoryW = ::GetSystemDirectoryW;
+    table.GetTempPathW = ::GetTempPathW;
+    table.LoadLibraryW = ::LoadLibraryW;
+    table.GetModuleHandleW = ::GetModuleHandleW;
+    table.GetProcAddress = ::GetProcAddress;
+    table.FreeLibrary = ::FreeLibrary;
+    table.SetTimer = ::SetTimer;
+    table.KillTimer = ::KillTimer;
     return table;
 }
 

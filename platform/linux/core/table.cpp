@@ -82,6 +82,15 @@ Win32Api MakeLinuxTable() {
     table.VariantClear = vlx::VariantClear;
     table.ExpandEnvironmentStringsW = vlx::ExpandEnvironmentStringsW;
     table.wcscat_s = vlx::wcscat_s;
+    // WIM images
+    table.GetSystemDirectoryW = vlx::GetSystemDirectoryW;
+    table.GetTempPathW = vlx::GetTempPathW;
+    table.LoadLibraryW = vlx::LoadLibraryW;
+    table.GetModuleHandleW = vlx::GetModuleHandleW;
+    table.GetProcAddress = vlx::GetProcAddress;
+    table.FreeLibrary = vlx::FreeLibrary;
+    table.SetTimer = vlx::SetTimer;
+    table.KillTimer = vlx::KillTimer;
     return table;
 }
 

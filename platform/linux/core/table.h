@@ -77,6 +77,15 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
                         DWORD flags);
 int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
 HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
+// WIM images: run-time libraries and folders (modules.cpp), timers (desktop/windows.cpp).
+UINT WINAPI GetSystemDirectoryW(LPWSTR buffer, UINT size);
+DWORD WINAPI GetTempPathW(DWORD length, LPWSTR buffer);
+HMODULE WINAPI LoadLibraryW(LPCWSTR path);
+HMODULE WINAPI GetModuleHandleW(LPCWSTR name);
+FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
+BOOL WINAPI FreeLibrary(HMODULE module);
+UINT_PTR WINAPI SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+BOOL WINAPI KillTimer(HWND window, UINT_PTR id);
 
 // Shell archives and shortcuts: COM (shell/com.cpp), environment strings and the bounded append (shell/strings.cpp).
 HRESULT WINAPI CoInitialize(LPVOID reserved);
