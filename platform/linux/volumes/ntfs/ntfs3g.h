@@ -1,5 +1,5 @@
 // libntfs-3g's C headers, made includable beside our Win32 definitions: the library has its own BOOL,
-// TRUE and FALSE and security-information names, so those are renamed or set aside while it is read.
+// TRUE and FALSE, GUID and security-information names, so those are renamed or set aside while it is read.
 // Include this before anything that brings in win32.h.
 #pragma once
 
@@ -22,6 +22,7 @@
 #undef DACL_SECURITY_INFORMATION
 #undef SACL_SECURITY_INFORMATION
 #define BOOL NtfsBool
+#define GUID NtfsGuid
 #define OWNER_SECURITY_INFORMATION NTFS_OWNER_SECURITY_INFORMATION
 #define GROUP_SECURITY_INFORMATION NTFS_GROUP_SECURITY_INFORMATION
 #define DACL_SECURITY_INFORMATION NTFS_DACL_SECURITY_INFORMATION
@@ -44,6 +45,7 @@ extern "C" {
 }
 
 #undef BOOL
+#undef GUID
 #undef OWNER_SECURITY_INFORMATION
 #undef GROUP_SECURITY_INFORMATION
 #undef DACL_SECURITY_INFORMATION
