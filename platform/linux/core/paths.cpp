@@ -1,7 +1,7 @@
 // Drive letters and Win32 path rules on host folders: separators, case-insensitive lookup with the case
 // kept, MAX_PATH, relative paths, wildcards and NTFS name order.
-#include <fcntl.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include <shared_mutex>
 
 #include "internal.h"
+#include "scoped_handle.h"
 #include "../volumes/host_names.h"
 
 namespace vlx {
@@ -37,13 +38,13 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
     return folder + "/" + name;
 }
 
-// Finds the entry of a host folder whose name equals name without regard to case, preferring an exact
-// match, with its status. Empty when there is none.
-std::string FindEntryNoCase(const std::string& folder, const std::string& exact, const WString& name, HostStatus& status,
-                            bool exactKnownMissing) {
-    if (!exactKnownMissing && StatHost(JoinHost(folder, exact), status)) return exact;
+// Finds the entry of a host folder (open as folderFd, at the host path folder) whose name equals name
+// without regard to case, preferring an exact match, with its status. Empty when there is none.
+std::string FindEntryNoCase(int folderFd, const std::string& folder, const std::string& exact, const WString& name,
+                            HostStatus& status, bool exactKnownMissing) {
+    if (!exactKnownMissing && StatHostAt(folderFd, exact.c_str(), status)) return exact;
     const std::string found = FindFoldedEntry(folder, exact, name);
-    if (!found.empty() && !StatHost(JoinHost(folder, found), status)) return {};
+    if (!found.empty() && !StatHostAt(folderFd, found.c_str(), status)) return {};
     return found;
 }
 
@@ -316,6 +317,9 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     out.trailingSeparator = full.size() > 3 && full.back() == '\\';
     out.volumeRoot = DriveRoot(out.drive);
     if (out.volumeRoot.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
+    // Every unit after "X:" but a trailing separator is at least one byte of the host path, so a path that
+    // cannot fit is refused before it is taken apart.
+    if (out.volumeRoot.size() + full.size() >= PATH_MAX + 4) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
 
     std::vector<WString> names;
     for (size_t at = 3; at < full.size();) {
@@ -335,14 +339,21 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     std::string host = out.volumeRoot;
     const bool lastHasWildcard = !names.empty() && HasWildcard(names.back());
     std::vector<std::string> hostNames(names.size());
+    size_t hostLength = out.volumeRoot.size();
     for (size_t i = 0; i < names.size(); ++i) {
         // A pattern is matched against listed names and never names a host entry itself.
         if (HasWildcard(names[i])) hostNames[i] = WStrToUtf8(names[i]);
         else if (!HostNameOfWindows(names[i], hostNames[i])) return Fail(ERROR_INVALID_NAME, false);
+        hostLength += hostNames[i].size() + 1;
     }
+    if (hostLength >= PATH_MAX) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
     auto joinAll = [&](size_t count) {
         std::string joined = out.volumeRoot;
-        for (size_t i = 0; i < count; ++i) joined = JoinHost(joined, hostNames[i]);
+        joined.reserve(hostLength);
+        for (size_t i = 0; i < count; ++i) {
+            if (joined.back() != '/') joined += '/';
+            joined += hostNames[i];
+        }
         return joined;
     };
 
@@ -367,23 +378,36 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         }
     }
 
-    for (size_t i = resolvedCount; i < names.size(); ++i) {
-        const bool last = i + 1 == names.size();
-        out.hostParent = host;
-        std::string hostName =
-            HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, hostNames[i], names[i], entry, last && lastExactMissing);
-        if (hostName.empty()) {
-            // A folder the user may not enter hides what is in it: that is a refusal, not a missing name.
-            if (faccessat(AT_FDCWD, host.c_str(), X_OK, AT_EACCESS) != 0 && errno == EACCES)
-                return Fail(ERROR_ACCESS_DENIED, false);
-            if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
-            out.components.push_back(names[i]);
-            out.hostPath = JoinHost(host, hostNames[i]);
-            return true;
+    // The rest, one component at a time, each looked up in the folder reached so far through a descriptor
+    // of it, so that every step costs the same however deep it is.
+    if (resolvedCount < names.size()) {
+        HostFd folder(open(host.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!folder) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
+        for (size_t i = resolvedCount; i < names.size(); ++i) {
+            const bool last = i + 1 == names.size();
+            const std::string hostName = HasWildcard(names[i]) ? std::string()
+                                                               : FindEntryNoCase(folder.get(), host, hostNames[i], names[i], entry,
+                                                                                 last && lastExactMissing);
+            if (hostName.empty()) {
+                // A folder the user may not enter hides what is in it: that is a refusal, not a missing name.
+                if (faccessat(AT_FDCWD, host.c_str(), X_OK, AT_EACCESS) != 0 && errno == EACCES)
+                    return Fail(ERROR_ACCESS_DENIED, false);
+                if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
+                out.components.push_back(names[i]);
+                out.hostParent = host;
+                out.hostPath = JoinHost(host, hostNames[i]);
+                return true;
+            }
+            if (last) out.hostParent = host;
+            if (host.back() != '/') host += '/';
+            host += hostName;
+            out.components.push_back(WindowsNameOfHost(hostName));
+            if (!last) {
+                // A folder on the way may be a link to a folder, as a junction is on Windows.
+                folder.reset(openat(folder.get(), hostName.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+                if (!folder) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
+            }
         }
-        host = JoinHost(host, hostName);
-        out.components.push_back(WindowsNameOfHost(hostName));
-        if (!last && !LeadsToFolder(host, entry.status)) return Fail(ERROR_PATH_NOT_FOUND, false);
     }
     if (names.empty()) {
         out.hostParent = host;

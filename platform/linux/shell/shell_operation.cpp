@@ -60,7 +60,10 @@ WString NameOf(const WString& path) {
 }
 
 WString Join(const WString& folder, const WString& name) {
-    if (!folder.empty() && IsSeparator(folder.back())) return folder + name;
+    // A bare drive "C:" stands for the current folder of that drive, as "C:name" does; "C:\name" would
+    // be its root.
+    const bool bareDrive = folder.size() == 2 && folder[1] == ':';
+    if (!folder.empty() && (IsSeparator(folder.back()) || bareDrive)) return folder + name;
     return folder + _T("\\") + name;
 }
 
