@@ -712,3 +712,6 @@ typedef struct {
     int iLow;
     int iHigh;
 } PBRANGE, *PPBRANGE;
+
+// Odd files of a host folder (pipes, sockets, devices): what Windows answers for an entry it cannot open.
+#define ERROR_CANT_ACCESS_FILE 1920L
