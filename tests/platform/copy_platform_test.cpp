@@ -359,6 +359,21 @@ TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
     EXPECT_EQ(sys().SHFileOperationW(nullptr), ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(ShellPlatform, CopyFailsWhenAFolderCannotBeListed) {
+    // Deeper than a path may be: the folder past MAX_PATH cannot be listed, which is no empty folder.
+    std::string deep = "src";
+    for (int level = 0; level < 6; ++level) deep += "/" + std::string(50, 'd');
+    WriteFile(deep + "/f.txt", "f");
+    const int result = Run(FO_COPY, {"src\\*.*"}, {"dst"}, FOF_NOCONFIRMATION);
+    EXPECT_TRUE(result == ERROR_FILENAME_EXCED_RANGE || result == ERROR_PATH_NOT_FOUND) << result;
+
+    // A folder the user may not read; root reads every folder.
+    if (geteuid() == 0) return;
+    WriteFile("locked/sub/g.txt", "g");
+    ASSERT_EQ(chmod(Host("locked/sub").c_str(), 0), 0);
+    EXPECT_EQ(Run(FO_COPY, {"locked\\*.*"}, {"dst2"}, FOF_NOCONFIRMATION), ERROR_ACCESS_DENIED);
+}
+
 TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {
     WriteFile("tree/a.txt", "a");
     WriteFile("tree/sub/ro.txt", "r");

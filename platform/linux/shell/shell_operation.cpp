@@ -14,8 +14,9 @@
 //   ERROR_INVALID_PARAMETER  no record, no from-list, no to-list for a copy, an empty list;
 //   ERROR_NOT_SUPPORTED   a function other than FO_COPY and FO_DELETE, or FOF_ALLOWUNDO (there is no
 //                         recycle bin to move to);
-//   any other Win32 code  the error of the first copy, folder creation or deletion that failed; the
-//                         operation stops there, as the shell does once its error message is closed.
+//   any other Win32 code  the error of the first copy, folder creation, folder listing or deletion that
+//                         failed; the operation stops there, as the shell does once its error message
+//                         is closed.
 #include <sys/stat.h>
 
 #include <vector>
@@ -83,7 +84,13 @@ bool Expand(const WString& entry, bool filesOnly, std::vector<Item>& items, bool
     const WString folder = entry.substr(0, entry.size() - name.size());
     WIN32_FIND_DATAW data;
     ScopedFind find(FindFirstFileW(entry.c_str(), &data));
-    if (!find) return true;  // nothing matches: nothing to do for this entry
+    if (!find) {
+        // Nothing matches: nothing to do for this entry. A folder that cannot be listed (access denied, a
+        // path too long) is a failure, never taken for an empty one.
+        if (LastError() == ERROR_FILE_NOT_FOUND) return true;
+        code = static_cast<int>(LastError());
+        return false;
+    }
     do {
         const WString found = data.cFileName;
         if (found == _T(".") || found == _T("..")) continue;
@@ -175,7 +182,7 @@ int CopyFolder(const ShellRun& run, const WString& source, const WString& target
     bool wildcard = false;
     int code = 0;
     // A folder link is followed as the folder it leads to; a loop of links ends when the paths outgrow
-    // MAX_PATH and the copy fails with that error.
+    // MAX_PATH and the copy fails with that error, as a folder too deep to list does.
     if (!Expand(Join(source, _T("*")), false, children, wildcard, code)) return code;
     for (const Item& child : children) {
         if (const int result = CopyItem(run, child, Join(target, NameOf(child.path)))) return result;
