@@ -128,6 +128,9 @@ struct Win32Api {
     // file. When the flag behind cancel becomes non-zero it stops with ERROR_REQUEST_ABORTED and removes the
     // partial target. It replaces an existing target unless COPY_FILE_FAIL_IF_EXISTS (ERROR_FILE_EXISTS),
     // and carries the attributes and the last-write time over. CopyFileW is CopyFileExW without a routine.
+    // An existing target stays whole until the copy is: the copy is written beside it and takes its place
+    // only when complete, so a failure (a full disk) or a cancel leaves the old file as it was and nothing
+    // else behind. A routine's PROGRESS_STOP keeps what was copied only where there was no file before.
     BOOL(WINAPI* CopyFileW)(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
     BOOL(WINAPI* CopyFileExW)(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                               DWORD flags);
