@@ -37,6 +37,12 @@ struct Win32Api {
 
     // --- Files. CreateFileW enforces share modes between open handles (ERROR_SHARING_VIOLATION), refuses
     // a folder without FILE_FLAG_BACKUP_SEMANTICS and a read-only file for writing (ERROR_ACCESS_DENIED).
+    // An entry that is no file nor folder (a host's named pipe, socket or device) is listed like a file but
+    // opened only for its attributes: an open for reading or writing its data, or one that would create or
+    // truncate, fails with ERROR_CANT_ACCESS_FILE at once, as Windows fails for an entry it cannot open,
+    // and never waits. ReadFile ends at the end of the file; a host program outside the platform may still
+    // grow a file that a handle holds without write sharing, so a loop that reads up to a size taken at
+    // the open stops once it has read that much or more (the library's hashing does), never reading on.
     HANDLE(WINAPI* CreateFileW)(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                                 DWORD disposition, DWORD flags, HANDLE templateFile);
     BOOL(WINAPI* ReadFile)(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
@@ -122,6 +128,9 @@ struct Win32Api {
     // file. When the flag behind cancel becomes non-zero it stops with ERROR_REQUEST_ABORTED and removes the
     // partial target. It replaces an existing target unless COPY_FILE_FAIL_IF_EXISTS (ERROR_FILE_EXISTS),
     // and carries the attributes and the last-write time over. CopyFileW is CopyFileExW without a routine.
+    // An existing target stays whole until the copy is: the copy is written beside it and takes its place
+    // only when complete, so a failure (a full disk) or a cancel leaves the old file as it was and nothing
+    // else behind. A routine's PROGRESS_STOP keeps what was copied only where there was no file before.
     BOOL(WINAPI* CopyFileW)(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
     BOOL(WINAPI* CopyFileExW)(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                               DWORD flags);

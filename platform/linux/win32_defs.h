@@ -964,3 +964,5 @@ struct IPersistFile : IPersist {
 #define USER_TIMER_MINIMUM 0x0000000A
 typedef VOID(CALLBACK* TIMERPROC)(HWND window, UINT message, UINT_PTR id, DWORD time);
 #define WC_STATICW u"Static"
+// Odd files of a host folder (pipes, sockets, devices): what Windows answers for an entry it cannot open.
+#define ERROR_CANT_ACCESS_FILE 1920L

@@ -17,9 +17,9 @@
 //   DE_ROOTDIR            a delete would take a volume's root folder;
 //   ERROR_SHARING_VIOLATION  a delete would take the current folder or a folder holding it (Windows keeps
 //                         the current folder open);
-//   any other Win32 code  the error of the first copy or folder creation that failed, where the copy
-//                         stops, as the shell does once its error message is closed; or of the first
-//                         entry a delete could not remove, which goes on with the others.
+//   any other Win32 code  the error of the first copy, folder creation or folder listing that failed,
+//                         where the copy stops, as the shell does once its error message is closed; or of
+//                         the first entry a delete could not remove, which goes on with the others.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -95,7 +95,13 @@ bool Expand(const WString& entry, bool filesOnly, std::vector<Item>& items, bool
     const WString folder = entry.substr(0, entry.size() - name.size());
     WIN32_FIND_DATAW data;
     ScopedFind find(FindFirstFileW(entry.c_str(), &data));
-    if (!find) return true;  // nothing matches: nothing to do for this entry
+    if (!find) {
+        // Nothing matches: nothing to do for this entry. A folder that cannot be listed (access denied, a
+        // path too long) is a failure, never taken for an empty one.
+        if (LastError() == ERROR_FILE_NOT_FOUND) return true;
+        code = static_cast<int>(LastError());
+        return false;
+    }
     do {
         const WString found = data.cFileName;
         if (found == _T(".") || found == _T("..")) continue;
@@ -187,7 +193,7 @@ int CopyFolder(const ShellRun& run, const WString& source, const WString& target
     bool wildcard = false;
     int code = 0;
     // A folder link is followed as the folder it leads to; a loop of links ends when the paths outgrow
-    // MAX_PATH and the copy fails with that error.
+    // MAX_PATH and the copy fails with that error, as a folder too deep to list does.
     if (!Expand(Join(source, _T("*")), false, children, wildcard, code)) return code;
     for (const Item& child : children) {
         if (const int result = CopyItem(run, child, Join(target, NameOf(child.path)))) return result;

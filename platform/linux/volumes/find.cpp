@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 
@@ -98,7 +99,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         find->entries.push_back(std::move(only));
     } else {
         DIR* dir = opendir(folder.c_str());
-        if (dir == nullptr) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+        if (dir == nullptr) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
         std::vector<Candidate> listed;
         while (dirent* entry = readdir(dir)) {
             const std::string hostName = entry->d_name;
