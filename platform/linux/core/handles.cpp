@@ -124,22 +124,23 @@ constexpr ShareRight kShareRights[] = {
 };
 constexpr off_t kShareByteCount = 6;
 
-int LockBytes(int fd, int command, short type, off_t start, off_t count) {
+struct flock LockRange(short type, off_t start, off_t count) {
     struct flock lock {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = start;
     lock.l_len = count;
-    return fcntl(fd, command, &lock) == 0 ? 0 : errno;
+    return lock;
+}
+
+int LockBytes(int fd, short type, off_t start, off_t count) {
+    struct flock lock = LockRange(type, start, count);
+    return fcntl(fd, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
 }
 
 // True when a description other than fd's holds the byte.
 bool HeldElsewhere(int fd, off_t byte) {
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = byte;
-    lock.l_len = 1;
+    struct flock lock = LockRange(F_WRLCK, byte, 1);
     return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
@@ -169,7 +170,7 @@ int LockableDescription(int fd, bool& owned) {
 
 void ReleaseShareLocks(OpenRecord& record) {
     if (record.lockFd < 0) return;
-    LockBytes(record.lockFd, F_OFD_SETLK, F_UNLCK, kShareBytes, kShareByteCount);
+    LockBytes(record.lockFd, F_UNLCK, kShareBytes, kShareByteCount);
     if (record.ownsLockFd) close(record.lockFd);
     record.lockFd = -1;
     record.ownsLockFd = false;
@@ -188,7 +189,7 @@ bool TakeShareLocks(OpenRecord& record, int fd) {
         for (const off_t byte : {(record.access & right.rights) ? right.holdsByte : off_t(-1),
                                  (record.share & right.shareFlag) ? off_t(-1) : right.deniesByte}) {
             if (byte < 0) continue;
-            const int error = LockBytes(lockFd, F_OFD_SETLK, F_RDLCK, byte, 1);
+            const int error = LockBytes(lockFd, F_RDLCK, byte, 1);
             if (error == 0) continue;
             ReleaseShareLocks(record);
             // Another program's write lock on our bytes is a refusal; no locks on this file system is not.
