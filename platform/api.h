@@ -43,6 +43,12 @@ struct Win32Api {
     // and never waits. ReadFile ends at the end of the file; a host program outside the platform may still
     // grow a file that a handle holds without write sharing, so a loop that reads up to a size taken at
     // the open stops once it has read that much or more (the library's hashing does), never reading on.
+    // On Linux share modes hold between the processes that use the platform too: each open holds open
+    // file description locks on bytes far past any data, one per right it holds and one per right it
+    // denies, so a file another such process holds without sharing is refused as on Windows, and a
+    // replacing open cuts nothing until it has passed. Limits: a handle on a file its user may not read
+    // (or an open for attributes alone) shares within its own process only; a file system without such
+    // locks leaves sharing to the process; other programs are not bound by them.
     HANDLE(WINAPI* CreateFileW)(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                                 DWORD disposition, DWORD flags, HANDLE templateFile);
     BOOL(WINAPI* ReadFile)(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);

@@ -2,15 +2,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "support/canceller.h"
 #include "support/scripted_files.h"
 
 namespace {
 
+using testing_support::Canceller;
 using testing_support::HostFolderTest;
 using testing_support::U;
 using testing_support::W;
@@ -141,6 +141,7 @@ TEST_F(FolderWalk, CancelFlagStopsTheWalkOnlyWhenItEqualsOne) {
 TEST_F(FolderWalk, CancelSetFromAnotherThreadEndsTheWalkBeforeItsNextEntryWithEverySearchClosed) {
     for (const char* name : {"t/a/1.txt", "t/a/2.txt", "t/a/3.txt", "t/b.txt"}) WriteFile(name, "1");
     BOOL cancel = 0;
+    Canceller canceller(cancel);
     int openSearches = 0;
     ApiPatch<&Win32Api::FindFirstFileW> first([&](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         HANDLE find = first.Original()(pattern, data);
@@ -150,7 +151,7 @@ TEST_F(FolderWalk, CancelSetFromAnotherThreadEndsTheWalkBeforeItsNextEntryWithEv
     // Once the walk is inside t\a and has delivered 1.txt, another thread sets the flag.
     ApiPatch<&Win32Api::FindNextFileW> next([&](HANDLE find, LPWIN32_FIND_DATAW data) {
         const BOOL found = next.Original()(find, data);
-        if (found && U(data->cFileName) == "2.txt") std::thread([&] { std::atomic_ref<BOOL>(cancel).store(1); }).join();
+        if (found && U(data->cFileName) == "2.txt") canceller.Fire();
         return found;
     });
     const Counts counts = Walk(Win("t"), CString(), &cancel);

@@ -11,9 +11,11 @@
 
 #include "../platform/api_patch.h"
 #include "support/host_fixture.h"
+#include "support/share_holder.h"
 
 namespace {
 
+using testing_support::HeldElsewhere;
 using testing_support::HostFolderTest;
 using testing_support::U;
 
@@ -84,13 +86,12 @@ TEST_F(FileHash, FailuresLeaveTheBufferZeroedAndReturnZero) {
     // A digest longer than the 16-byte buffer is refused rather than reported as sixteen zeros.
     EXPECT_EQ(HashOf(Win("a.txt"), CALG_SHA1), kFailed);
     EXPECT_EQ(GetFileHash(Win("a.txt"), nullptr, CALG_MD5), 0);
-    // A file another handle is writing cannot be hashed, nor compared, until that handle is gone.
-    HANDLE other = sys().CreateFileW(Win("a.txt"), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+    // A file another process is writing cannot be hashed, nor compared, until that process lets go.
+    HeldElsewhere other(root_, "T:\\a.txt", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    ASSERT_EQ(other.openError(), DWORD(ERROR_SUCCESS));
     EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
     EXPECT_EQ(CompareFileHash(Win("a.txt"), Win("a.txt"), CALG_MD5), -1);
-    sys().CloseHandle(other);
+    other.Release();
     EXPECT_EQ(HashOf(Win("a.txt")), "900150983cd24fb0d6963f7d28e17f72");
 }
 

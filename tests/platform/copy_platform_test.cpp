@@ -12,6 +12,7 @@
 #include <tuple>
 
 #include "../../platform/linux/desktop/desktop.h"
+#include "../support/canceller.h"
 #include "../support/copy_support.h"
 
 namespace {
@@ -252,6 +253,22 @@ TEST_F(OddFiles, AreListedAndLookedAtButNeverOpenedForTheirData) {
     }
     EXPECT_FALSE(fs::exists(Host("copy")));
     EXPECT_TRUE(fs::is_fifo(Host("pipe")));
+}
+
+TEST_F(CopyFilePlatform, CancelSetFromAnotherThreadMidwayStopsTheCopyWithNoTargetLeft) {
+    WriteFile("a.bin", std::string(3 << 20, 'a'));
+    BOOL cancel = FALSE;
+    Canceller canceller(cancel);
+    const LPPROGRESS_ROUTINE firesOnFirstChunk = [](LARGE_INTEGER, LARGE_INTEGER done, LARGE_INTEGER, LARGE_INTEGER, DWORD,
+                                                    DWORD, HANDLE, HANDLE, LPVOID data) -> DWORD {
+        if (done.QuadPart > 0) static_cast<Canceller*>(data)->Fire();
+        return PROGRESS_CONTINUE;
+    };
+    sys().SetLastError(kJunkError);
+    EXPECT_EQ(sys().CopyFileExW(Win("a.bin"), Win("b.bin"), firesOnFirstChunk, &canceller, &cancel, 0), FALSE);
+    EXPECT_TRUE(canceller.fired());
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+    EXPECT_FALSE(fs::exists(Host("b.bin")));
 }
 
 // ---- SHFileOperationW

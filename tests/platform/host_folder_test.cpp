@@ -7,9 +7,11 @@
 #include <set>
 
 #include "../support/host_fixture.h"
+#include "../support/share_holder.h"
 
 namespace {
 
+using testing_support::HeldElsewhere;
 using testing_support::HostFolderTest;
 using testing_support::kJunkError;
 using testing_support::U;
@@ -279,6 +281,68 @@ TEST_F(HostFolder, ShareModesAreEnforcedBetweenOpenHandles) {
         << "a writer while readers refuse to share writing";
     sys().CloseHandle(reader);
     sys().CloseHandle(second);
+}
+
+TEST_F(HostFolder, ShareModesHoldAgainstAnotherProcess) {
+    WriteFile("a.txt", "kept");
+    constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const struct {
+        DWORD heldAccess, heldShare, access, share;
+        bool opens;
+    } cases[] = {
+        {GENERIC_READ, 0, GENERIC_READ, kAll, false},                         // held without sharing
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, kAll, true},
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_WRITE, kAll, false},
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, 0, false},              // we would deny its reading
+        {GENERIC_WRITE, kAll, GENERIC_READ, FILE_SHARE_READ, false},          // we would deny its writing
+        {GENERIC_WRITE, kAll, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, true},
+        {FILE_READ_ATTRIBUTES, 0, GENERIC_READ, 0, true},                     // attributes alone never conflict
+        {GENERIC_READ, kAll, FILE_READ_ATTRIBUTES, 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << std::hex << c.heldAccess << "/" << c.heldShare << " then " << c.access << "/" << c.share);
+        HeldElsewhere held(root_, "T:\\a.txt", c.heldAccess, c.heldShare);
+        ASSERT_EQ(held.openError(), DWORD(ERROR_SUCCESS));
+        sys().SetLastError(kJunkError);
+        HANDLE file = sys().CreateFileW(Win("a.txt"), c.access, c.share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        EXPECT_EQ(file != INVALID_HANDLE_VALUE, c.opens);
+        if (file != INVALID_HANDLE_VALUE) sys().CloseHandle(file);
+        else EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+    }
+
+    {
+        // A replacing open is refused before the held file loses its data, and so is a deletion.
+        HeldElsewhere held(root_, "T:\\a.txt", GENERIC_READ, FILE_SHARE_READ);
+        ASSERT_EQ(held.openError(), DWORD(ERROR_SUCCESS));
+        for (DWORD disposition : {DWORD(CREATE_ALWAYS), DWORD(TRUNCATE_EXISTING)}) {
+            sys().SetLastError(kJunkError);
+            EXPECT_EQ(sys().CreateFileW(Win("a.txt"), GENERIC_WRITE, kAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr),
+                      INVALID_HANDLE_VALUE);
+            EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+        }
+        EXPECT_EQ(std::filesystem::file_size(Host("a.txt")), 4u);
+        sys().SetLastError(kJunkError);
+        EXPECT_FALSE(sys().DeleteFileW(Win("a.txt")));
+        EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+        // Once the other process has let go, the file is free again.
+        held.Release();
+        EXPECT_TRUE(sys().DeleteFileW(Win("a.txt")));
+    }
+
+    // The other way round: a file this process holds is refused to the other one; a folder held open
+    // without sharing deletion cannot be removed.
+    WriteFile("b.txt", "x");
+    HANDLE mine = sys().CreateFileW(Win("b.txt"), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(mine, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(HeldElsewhere(root_, "T:\\b.txt", GENERIC_WRITE, kAll).openError(), DWORD(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(HeldElsewhere(root_, "T:\\b.txt", GENERIC_READ, kAll).openError(), DWORD(ERROR_SUCCESS));
+    sys().CloseHandle(mine);
+    MakeFolder("dir");
+    HeldElsewhere folder(root_, "T:\\dir", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, FILE_FLAG_BACKUP_SEMANTICS);
+    ASSERT_EQ(folder.openError(), DWORD(ERROR_SUCCESS));
+    sys().SetLastError(kJunkError);
+    EXPECT_FALSE(sys().RemoveDirectoryW(Win("dir")));
+    EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
 }
 
 TEST_F(HostFolder, CreateFileDispositionsAndRefusals) {

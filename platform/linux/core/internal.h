@@ -135,19 +135,27 @@ bool RemoveHandleOf(HANDLE handle) {
 
 // ---- Share modes
 
-// One open of one file, registered while the handle lives.
+// One open of one file, registered while the handle lives. Share modes hold between the process's own
+// handles through a registry, and between processes through open file description locks on bytes far
+// past the end of any real file (handles.cpp says how, and where that stops).
 struct OpenRecord {
     dev_t device = 0;
     ino_t inode = 0;
     DWORD access = 0;  // generic rights expanded to specific ones
     DWORD share = 0;
+    int lockFd = -1;          // the description that holds the record's locks, or -1 for none
+    bool ownsLockFd = false;  // opened for the locks alone, closed with them
 };
 DWORD ExpandAccess(DWORD access);
-// False with ERROR_SHARING_VIOLATION when an open with this access and share mode conflicts with another.
+// False with ERROR_SHARING_VIOLATION when an open with this access and share mode conflicts with another
+// of this process.
 bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share);
-// Checks the record against every other open and registers it, in one step so that two opens cannot both
-// pass; false with ERROR_SHARING_VIOLATION on a conflict.
-bool RegisterOpen(OpenRecord* record);
+// The same against every process, for a change made by name without an open (deletion).
+bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share);
+// Checks the record against every other open, of this process and of others, and registers it, in one
+// step so that two opens cannot both pass; false with ERROR_SHARING_VIOLATION on a conflict. fd is the
+// handle's own open file.
+bool RegisterOpen(OpenRecord* record, int fd);
 void UnregisterOpen(OpenRecord* record);
 
 }  // namespace vlx

@@ -22,7 +22,7 @@ FileObject::FileObject(int fd_, std::string hostPath_, WString win32Path_, DWORD
 }
 
 bool FileObject::Register() {
-    registered_ = RegisterOpen(&record);
+    registered_ = RegisterOpen(&record, fd);
     return registered_;
 }
 
@@ -106,13 +106,13 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 
     DWORD successCode = ERROR_SUCCESS;
     bool created = false;
+    const bool truncates = resolved.exists && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
     if (resolved.exists) {
         if (S_ISLNK(resolved.status.st_mode)) openFlags &= ~O_NOFOLLOW;  // a link to a file opens its target
         if (!IsOpenableFile(resolved) && ((rights & (kReadRights | kWriteRights)) != 0 || disposition != OPEN_EXISTING))
             return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
         const DWORD attributes = AttributesOf(resolved);
         if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
-        const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
         if (disposition == TRUNCATE_EXISTING && (rights & FILE_WRITE_DATA) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
         if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & (kWriteRights | DELETE)) || truncates))
             return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
@@ -122,7 +122,6 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
             return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
         if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, rights | (truncates ? FILE_WRITE_DATA : 0), share))
             return INVALID_HANDLE_VALUE;
-        if (truncates) openFlags |= O_TRUNC;
         if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) successCode = ERROR_ALREADY_EXISTS;
         if (truncates && (openFlags & O_ACCMODE) == O_RDONLY) openFlags = (openFlags & ~O_ACCMODE) | O_WRONLY;
     } else {
@@ -160,10 +159,14 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     }
     auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    // A replaced file is cut only once the open has passed every share check, other processes' included:
+    // a file another process holds without sharing writes keeps its data.
+    if (truncates) object->record.access |= FILE_WRITE_DATA;
     if (!object->Register()) {
         if (created) unlink(resolved.hostPath.c_str());
         return INVALID_HANDLE_VALUE;
     }
+    if (truncates && ftruncate(object->fd, 0) != 0) return Fail(Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
     HANDLE handle = InsertHandle(std::move(object));
     SetLastErrorCode(successCode);
     return handle;
@@ -336,7 +339,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR path) {
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
     if (IsFolder(resolved) && !S_ISLNK(resolved.status.st_mode)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
         return FALSE;
     if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
     return TRUE;
@@ -362,7 +365,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
         return TRUE;
     }
     if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
         return FALSE;
     if (rmdir(resolved.hostPath.c_str()) != 0) return Fail(errno == EEXIST ? ERROR_DIR_NOT_EMPTY : Win32ErrorFromErrno(errno), FALSE);
     return TRUE;
