@@ -72,6 +72,19 @@ Win32Api MakeLinuxTable() {
     table.CopyFileExW = vlx::CopyFileExW;
     table.SHFileOperationW = vlx::SHFileOperationW;
     table.TaskDialogIndirect = vlx::TaskDialogIndirect;
+    // File properties: security descriptors, the process token, local memory and the mount manager
+    table.GetFileSecurityW = vlx::GetFileSecurityW;
+    table.SetFileSecurityW = vlx::SetFileSecurityW;
+    table.GetCurrentProcess = vlx::GetCurrentProcess;
+    table.OpenProcessToken = vlx::OpenProcessToken;
+    table.LookupPrivilegeValueW = vlx::LookupPrivilegeValueW;
+    table.AdjustTokenPrivileges = vlx::AdjustTokenPrivileges;
+    table.GetTokenInformation = vlx::GetTokenInformation;
+    table.LocalAlloc = vlx::LocalAlloc;
+    table.LocalFree = vlx::LocalFree;
+    table.GetVolumeNameForVolumeMountPointW = vlx::GetVolumeNameForVolumeMountPointW;
+    table.DeleteVolumeMountPointW = vlx::DeleteVolumeMountPointW;
+    table.SetVolumeMountPointW = vlx::SetVolumeMountPointW;
     return table;
 }
 
