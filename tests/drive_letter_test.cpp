@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "support/scripted_files.h"
+#include "support/volume_fixture.h"
 
 namespace {
 
@@ -83,21 +84,8 @@ TEST(DriveLetter, EachStepIsTriedOnceWithAPauseAfterEveryChange) {
 
 // ---- Over the mount manager of the Linux platform.
 
-class DriveLetterOnHost : public HostFolderTest {
+class DriveLetterOnHost : public MappedVolumesTest {
 protected:
-    void SetUp() override {
-        HostFolderTest::SetUp();
-        vlx::SetProcessToken(vlx::TokenKind::Elevated);
-        MakeFolder("one");
-        MakeFolder("two");
-        ASSERT_TRUE(vlx::MapDrive('P', Host("one")));
-    }
-    void TearDown() override {
-        for (WCHAR letter : {'P', 'Q', 'R'}) vlx::UnmapDrive(letter);
-        vlx::SetProcessToken(vlx::TokenKind::AsProcessRuns);
-        HostFolderTest::TearDown();
-    }
-    std::string Real(const std::string& relative) { return std::filesystem::canonical(Host(relative)).string(); }
     int pauses_ = 0;
     ApiPatch<&Win32Api::Sleep> sleep_{[this](DWORD milliseconds) { pauses_ += milliseconds == 1000 ? 1 : 100; }};
 };

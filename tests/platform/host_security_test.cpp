@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include "../../platform/linux/services/security_descriptor.h"
-#include "../support/host_fixture.h"
+#include "../support/volume_fixture.h"
 
 namespace {
 
+using testing_support::EnableSecurityPrivilege;
 using testing_support::HostFolderTest;
 using testing_support::kJunkError;
 using testing_support::U;
@@ -113,22 +114,14 @@ TEST_F(HostSecurity, TheAuditListIsOnlyForAProcessWithTheSecurityPrivilegeEnable
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_PRIVILEGE_NOT_HELD));
     EXPECT_EQ(WriteError(Win("file"), SACL_SECURITY_INFORMATION, Mine({})), static_cast<DWORD>(ERROR_PRIVILEGE_NOT_HELD));
 
-    HANDLE token = nullptr;
-    ASSERT_TRUE(sys().OpenProcessToken(sys().GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token));
-    TOKEN_PRIVILEGES enable{1, {{{8, 0}, SE_PRIVILEGE_ENABLED}}};  // SeSecurityPrivilege
-    sys().AdjustTokenPrivileges(token, FALSE, &enable, 0, nullptr, nullptr);
-    sys().CloseHandle(token);
+    EnableSecurityPrivilege();
     // A host folder keeps no audit list: asked for, none is present.
     EXPECT_EQ(Sddl(Win("file"), kFull), Sddl(Win("file")));
 }
 
 TEST_F(HostSecurity, ADescriptorWrittenBackLeavesTheFileAndItsBytesUnchanged) {
     vlx::SetProcessToken(vlx::TokenKind::Elevated);
-    HANDLE token = nullptr;
-    ASSERT_TRUE(sys().OpenProcessToken(sys().GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token));
-    TOKEN_PRIVILEGES enable{1, {{{8, 0}, SE_PRIVILEGE_ENABLED}}};
-    sys().AdjustTokenPrivileges(token, FALSE, &enable, 0, nullptr, nullptr);
-    sys().CloseHandle(token);
+    EnableSecurityPrivilege();
     WriteFile("file", "x");
     MakeFolder("shared");
     chmod(Host("file").c_str(), 0640);
@@ -204,11 +197,7 @@ TEST_F(HostSecurity, WhatAHostFolderCannotKeepIsRefusedBeforeAnythingChanges) {
         {"a group that is no Linux group", kOwnerGroupDacl, foreignGroup, ERROR_INVALID_PRIMARY_GROUP},
     };
     vlx::SetProcessToken(vlx::TokenKind::Elevated);
-    HANDLE token = nullptr;
-    ASSERT_TRUE(sys().OpenProcessToken(sys().GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token));
-    TOKEN_PRIVILEGES enable{1, {{{8, 0}, SE_PRIVILEGE_ENABLED}}};
-    sys().AdjustTokenPrivileges(token, FALSE, &enable, 0, nullptr, nullptr);
-    sys().CloseHandle(token);
+    EnableSecurityPrivilege();
     for (const Case& c : cases) {
         EXPECT_EQ(WriteError(Win("file"), c.mask, c.descriptor), c.error) << c.name;
         EXPECT_EQ(Mode("file"), 0640u) << c.name;

@@ -1,29 +1,14 @@
 // The mount manager of the Linux platform: stable volume names for host-folder volumes, drive roots as
 // the only mount points, letters taken and given back only by an elevated process.
-#include <filesystem>
-
-#include "../support/host_fixture.h"
+#include "../support/volume_fixture.h"
 
 namespace {
 
-using testing_support::HostFolderTest;
 using testing_support::kJunkError;
 using testing_support::U;
 
-class MountManager : public HostFolderTest {
+class MountManager : public testing_support::MappedVolumesTest {
 protected:
-    void SetUp() override {
-        HostFolderTest::SetUp();
-        vlx::SetProcessToken(vlx::TokenKind::Elevated);
-        MakeFolder("one");
-        MakeFolder("two");
-        ASSERT_TRUE(vlx::MapDrive('P', Host("one")));
-    }
-    void TearDown() override {
-        for (WCHAR letter : {'P', 'Q', 'R'}) vlx::UnmapDrive(letter);
-        vlx::SetProcessToken(vlx::TokenKind::AsProcessRuns);
-        HostFolderTest::TearDown();
-    }
     std::string Name(LPCWSTR root) {
         WCHAR name[MAX_PATH] = {};
         if (!sys().GetVolumeNameForVolumeMountPointW(root, name, MAX_PATH)) return "error " + std::to_string(sys().GetLastError());
@@ -91,7 +76,7 @@ TEST_F(MountManager, RefusalsLeaveEveryLetterAsItWas) {
     EXPECT_EQ(ErrorOf(sys().SetVolumeMountPointW(u"Q:\\", name.c_str())), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_EQ(U(name.c_str()), Name(u"P:\\"));  // reading a name needs no elevation
     EXPECT_EQ(vlx::DriveRoot('Q'), "");
-    EXPECT_EQ(vlx::DriveRoot('R'), std::filesystem::canonical(Host("two")).string());
+    EXPECT_EQ(vlx::DriveRoot('R'), Real("two"));
 }
 
 }  // namespace

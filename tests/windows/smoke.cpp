@@ -226,8 +226,10 @@ void SecurityAndDrives(HMODULE module) {
 
     // Letters are only ever taken from a letter with no volume here: moving a real one would move Wine's own.
     wchar_t name[MAX_PATH] = {};
-    Check(GetVolumeNameForVolumeMountPointW(L"C:\\", name, MAX_PATH) || GetLastError() != 0, "the mount manager answers for C:");
-    if (name[0] == 0) Note("Wine: no volume name for C:\\");
+    if (GetVolumeNameForVolumeMountPointW(L"C:\\", name, MAX_PATH))
+        Check(std::wcsncmp(name, L"\\\\?\\Volume{", 11) == 0, "the volume behind C: has a GUID name");
+    else
+        Note("Wine: no volume name for C:\\");
     for (wchar_t letter = L'K'; letter <= L'W'; ++letter) {
         const wchar_t root[] = {letter, L':', L'\\', 0};
         if (GetVolumeNameForVolumeMountPointW(root, name, MAX_PATH)) continue;
