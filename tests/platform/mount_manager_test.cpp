@@ -1,5 +1,6 @@
 // The mount manager of the Linux platform: stable volume names for host-folder volumes, drive roots as
 // the only mount points, letters taken and given back only by an elevated process.
+#include "../../platform/linux/core/mount_manager.h"
 #include "../support/volume_fixture.h"
 
 namespace {
@@ -77,6 +78,44 @@ TEST_F(MountManager, RefusalsLeaveEveryLetterAsItWas) {
     EXPECT_EQ(U(name.c_str()), Name(u"P:\\"));  // reading a name needs no elevation
     EXPECT_EQ(vlx::DriveRoot('Q'), "");
     EXPECT_EQ(vlx::DriveRoot('R'), Real("two"));
+}
+
+}  // namespace
+
+namespace {
+
+// A kind of volume that stands in front of host folders when it holds a letter, as a disk image's will.
+class OneImageVolume : public vlx::VolumeLetters {
+public:
+    WCHAR letter = 0;  // 0: no letter, nothing claimed
+    const WString name = u"\\\\?\\Volume{11111111-2222-4333-8444-555555555555}\\";
+    bool NameAt(WCHAR at, WString& volumeName) override {
+        if (at != letter) return false;
+        volumeName = name;
+        return true;
+    }
+    bool Remove(WCHAR) override { return letter = 0, true; }
+    bool Knows(const WString& volumeName) override { return volumeName == name; }
+    bool Place(const WString&, WCHAR at) override { return letter = at, true; }
+};
+
+OneImageVolume& ImageKind() {
+    static OneImageVolume kind;
+    static const bool registered = (vlx::RegisterVolumeLetters(&kind), true);
+    (void)registered;
+    return kind;
+}
+
+TEST_F(MountManager, AnotherKindOfVolumeStandsInFrontOfAHostFolderAtTheSameLetter) {
+    OneImageVolume& image = ImageKind();
+    image.letter = 'P';
+    EXPECT_EQ(Name(u"P:\\"), U(image.name.c_str()));
+    // Moved away, it leaves the host folder at P: and takes Q:.
+    EXPECT_TRUE(sys().DeleteVolumeMountPointW(u"P:\\"));
+    EXPECT_NE(Name(u"P:\\"), U(image.name.c_str()));
+    EXPECT_TRUE(sys().SetVolumeMountPointW(u"Q:\\", image.name.c_str()));
+    EXPECT_EQ(image.letter, 'Q');
+    image.letter = 0;
 }
 
 }  // namespace

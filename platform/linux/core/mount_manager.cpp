@@ -3,6 +3,7 @@
 //
 // Only drive roots ("E:\") are mount points here; folder mount points are not offered. Changing a letter
 // needs an elevated process, as it does on Windows, and the system volume C: keeps its letter.
+#include <algorithm>
 #include <mutex>
 #include <vector>
 
@@ -22,6 +23,11 @@ std::mutex g_kindsLock;
 std::vector<VolumeLetters*>& Kinds() {
     static std::vector<VolumeLetters*> kinds;
     return kinds;
+}
+// Kinds register from static initialisers of other files, so the lists are made on first use.
+std::vector<VolumeLetters*>& Fallbacks() {
+    static std::vector<VolumeLetters*> fallbacks;
+    return fallbacks;
 }
 std::vector<VolumeLetters*> KindsNow() {
     std::lock_guard lock(g_kindsLock);
@@ -55,9 +61,18 @@ VolumeLetters* KindAt(WCHAR letter, WString& volumeName) {
 
 }  // namespace
 
-void RegisterVolumeLetters(VolumeLetters* kind) {
+void RegisterVolumeLetters(VolumeLetters* kind, bool fallback) {
     std::lock_guard lock(g_kindsLock);
-    Kinds().push_back(kind);
+    std::vector<VolumeLetters*>& kinds = Kinds();
+    if (fallback) {
+        kinds.push_back(kind);
+        Fallbacks().push_back(kind);
+        return;
+    }
+    // In front of the first fallback, behind the other kinds.
+    auto at = kinds.begin();
+    while (at != kinds.end() && std::find(Fallbacks().begin(), Fallbacks().end(), *at) == Fallbacks().end()) ++at;
+    kinds.insert(at, kind);
 }
 
 BOOL WINAPI GetVolumeNameForVolumeMountPointW(LPCWSTR mountPoint, LPWSTR volumeName, DWORD length) {

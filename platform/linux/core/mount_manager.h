@@ -21,7 +21,9 @@ public:
     virtual bool Place(const WString& volumeName, WCHAR letter) = 0;
 };
 
-// Adds a kind for the life of the process; called once per kind, before its volumes are asked for.
-void RegisterVolumeLetters(VolumeLetters* kind);
+// Adds a kind for the life of the process; called once per kind, before its volumes are asked for. Kinds
+// are asked in the order they came, but a fallback kind after all others: host folders are the fallback,
+// so that a disk image's volume given a letter stands in front of a host folder mapped to the same one.
+void RegisterVolumeLetters(VolumeLetters* kind, bool fallback = false);
 
 }  // namespace vlx

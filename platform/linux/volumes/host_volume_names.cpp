@@ -84,7 +84,7 @@ private:
 };
 
 HostFolderLetters g_hostFolderLetters;
-const bool g_registered = (RegisterVolumeLetters(&g_hostFolderLetters), true);
+const bool g_registered = (RegisterVolumeLetters(&g_hostFolderLetters, true), true);
 
 }  // namespace
 
