@@ -45,26 +45,23 @@ void TryEnableSecurityPrivilege() {
 int AclGet(const std::string& argument) {
     const CString path = LibraryPath(argument);
     TryEnableSecurityPrivilege();
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    PSECURITY_DESCRIPTOR whole = nullptr;
     DWORD reserved = 0;
-    std::string note;
-    if (GetAccessInfo(path, &descriptor, &reserved) != 1) {
-        // Without the security privilege the whole set cannot be read; the rest still can.
-        constexpr SECURITY_INFORMATION kWithoutAudit =
-            OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-        DWORD needed = 0;
-        sys().GetFileSecurityW(path, kWithoutAudit, nullptr, 0, &needed);
-        if (needed == 0) return Fail(kAcl, "cannot read the security of " + Printable(path));
-        descriptor = std::malloc(needed);
-        if (descriptor == nullptr || !sys().GetFileSecurityW(path, kWithoutAudit, descriptor, needed, &needed)) {
-            std::free(descriptor);
-            return Fail(kAcl, "cannot read the security of " + Printable(path));
-        }
-        note = "  (audit list not read: that needs the security privilege)\n";
+    if (GetAccessInfo(path, &whole, &reserved) == 1) {
+        const WString sddl = vlx::SecurityDescriptorToSddl(whole);
+        std::free(whole);
+        std::printf("%s\n%s\n", Printable(path).c_str(), WStrToUtf8(sddl).c_str());
+        return kExitOk;
     }
-    const WString sddl = vlx::SecurityDescriptorToSddl(descriptor);
-    std::free(descriptor);
-    std::printf("%s\n%s\n%s", Printable(path).c_str(), WStrToUtf8(sddl).c_str(), note.c_str());
+    // Without the security privilege the whole set cannot be read; the rest still can.
+    constexpr SECURITY_INFORMATION kWithoutAudit = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    DWORD needed = 0;
+    sys().GetFileSecurityW(path, kWithoutAudit, nullptr, 0, &needed);
+    std::vector<BYTE> block(needed);
+    if (needed == 0 || !sys().GetFileSecurityW(path, kWithoutAudit, block.data(), needed, &needed))
+        return Fail(kAcl, "cannot read the security of " + Printable(path));
+    std::printf("%s\n%s\n  (audit list not read: that needs the security privilege)\n", Printable(path).c_str(),
+                WStrToUtf8(vlx::SecurityDescriptorToSddl(block.data())).c_str());
     return kExitOk;
 }
 

@@ -119,8 +119,8 @@ VELMORA_EXPORT int GetFileIsHardlink(CString path, CStringArray* names);
 // Reads the whole descriptor of path (owner, group, access list, audit list, label, attributes) into a
 // block allocated with malloc and stores it in *descriptor; the caller frees it with free. reserved is
 // required but never written. Reading the audit list needs the security privilege enabled in the process
-// token (CopySecurityInfo leaves it enabled); without it the result is 0. 1 on success; on failure 0 with
-// *descriptor null.
+// token (CopySecurityInfo leaves it enabled); without it the result is 0. 1 on success; on failure 0, and
+// *descriptor holds nothing to free: null once a block was allocated, else as it was.
 VELMORA_EXPORT int GetAccessInfo(CString path, PSECURITY_DESCRIPTOR* descriptor, DWORD* reserved);
 // Writes every part of descriptor (such as one from GetAccessInfo) to path: the platform's success flag.
 VELMORA_EXPORT int SetAccessInfo(CString path, PSECURITY_DESCRIPTOR descriptor);

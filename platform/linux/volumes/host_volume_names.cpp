@@ -71,7 +71,9 @@ public:
         std::string folder;
         {
             std::lock_guard lock(lock_);
-            folder = known_.at(volumeName);
+            auto it = known_.find(volumeName);
+            if (it == known_.end()) return Fail(ERROR_FILE_NOT_FOUND, false);
+            folder = it->second;
         }
         // The folder may have gone meanwhile; then there is no volume to mount.
         if (!MapDrive(letter, folder)) return Fail(ERROR_FILE_NOT_FOUND, false);
