@@ -21,11 +21,12 @@ const Command kAcl = {
     "acl get PATH | acl copy SOURCE TARGET [--owner] [--group] [--dacl] [--sacl]\n"
     "  get prints the descriptor in SDDL, as Windows tools show it: O: owner, G: group, D: access list,\n"
     "  S: audit list. On a host folder the owner and group are the Linux user and group (S-1-22-1-uid,\n"
-    "  S-1-22-2-gid) and the access list comes from the mode bits. The audit list is read only with the\n"
-    "  security privilege (root); without it the rest is shown.\n"
+    "  S-1-22-2-gid) and the access list comes from the mode bits and the POSIX ACL. The audit list is read\n"
+    "  only with the security privilege (root); without it the rest is shown.\n"
     "  copy copies the parts named (the access list when none is named). It needs the security and\n"
-    "  take-ownership privileges, so root. A host folder keeps only what mode bits can hold: copying an\n"
-    "  access list with other users or deny entries onto one fails. Exit 1 when the copy fails.",
+    "  take-ownership privileges, so root. A host folder keeps what mode bits and a POSIX ACL can hold:\n"
+    "  an access list with deny entries or with SIDs that are no Linux user or group fails there, as does\n"
+    "  an audit list with entries. Exit 1 when the copy fails.",
     RunAcl,
 };
 

@@ -2,6 +2,7 @@
 // bits and back, the size query, the audit list under the security privilege, and the refusals of what a
 // host folder cannot keep, each leaving the file as it was.
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "../../platform/linux/services/security_descriptor.h"
@@ -168,6 +169,36 @@ TEST_F(HostSecurity, AccessListsMapBackToModeBitsClassByClass) {
     }
 }
 
+TEST_F(HostSecurity, OtherLinuxUsersAndGroupsAreKeptInAPosixAccessAcl) {
+    WriteFile("file", "x");
+    chmod(Host("file").c_str(), 0640);
+    const std::string me = Me(), group = MyGroup();
+    auto hasAcl = [&] { return getxattr(Host("file").c_str(), "system.posix_acl_access", nullptr, 0) > 0; };
+    const vlx::Descriptor named = Mine({Allow(me, FILE_GENERIC_READ | FILE_GENERIC_WRITE), Allow("S-1-22-1-4242", FILE_GENERIC_READ | FILE_EXECUTE),
+                                        Allow(group, FILE_GENERIC_READ), Allow("S-1-22-2-4343", FILE_GENERIC_WRITE)});
+    const DWORD written = WriteError(Win("file"), DACL_SECURITY_INFORMATION, named);
+    if (written == ERROR_NOT_SUPPORTED) GTEST_SKIP() << "the test folder's file system keeps no POSIX ACLs";
+    ASSERT_EQ(written, static_cast<DWORD>(ERROR_SUCCESS));
+    EXPECT_TRUE(hasAcl());
+    // The mode's group bits are the mask, wide enough for every named entry; each shows its own rights.
+    EXPECT_EQ(Mode("file"), 0670u);
+    EXPECT_EQ(Sddl(Win("file"), DACL_SECURITY_INFORMATION),
+              "D:P(A;;0x16019f;;;" + me + ")(A;;0x1200a9;;;S-1-22-1-4242)(A;;FR;;;" + group + ")(A;;FW;;;S-1-22-2-4343)");
+    // Read back and written again, the descriptor and the file stay as they are.
+    const std::vector<BYTE> before = Read(Win("file"), kOwnerGroupDacl);
+    ASSERT_TRUE(sys().SetFileSecurityW(Win("file"), kOwnerGroupDacl, const_cast<BYTE*>(before.data())));
+    EXPECT_EQ(Read(Win("file"), kOwnerGroupDacl), before);
+    // A mask narrowed on the host limits what the named entries show.
+    chmod(Host("file").c_str(), 0640);
+    EXPECT_EQ(Sddl(Win("file"), DACL_SECURITY_INFORMATION),
+              "D:P(A;;0x16019f;;;" + me + ")(A;;FR;;;S-1-22-1-4242)(A;;FR;;;" + group + ")");
+    // Without named entries the ACL goes and the mode alone says it all.
+    ASSERT_EQ(WriteError(Win("file"), DACL_SECURITY_INFORMATION, Mine({Allow(me, FILE_GENERIC_READ), Allow(group, FILE_GENERIC_READ)})),
+              static_cast<DWORD>(ERROR_SUCCESS));
+    EXPECT_FALSE(hasAcl());
+    EXPECT_EQ(Mode("file"), 0440u);
+}
+
 TEST_F(HostSecurity, WhatAHostFolderCannotKeepIsRefusedBeforeAnythingChanges) {
     WriteFile("file", "x");
     chmod(Host("file").c_str(), 0640);
@@ -191,7 +222,7 @@ TEST_F(HostSecurity, WhatAHostFolderCannotKeepIsRefusedBeforeAnythingChanges) {
     const Case cases[] = {
         {"a deny entry", kOwnerGroupDacl, Mine({Allow(me, FILE_ALL_ACCESS), Allow("S-1-1-0", FILE_WRITE_DATA, ACCESS_DENIED_ACE_TYPE)}), ERROR_NOT_SUPPORTED},
         {"an entry for another SID", kOwnerGroupDacl, Mine({Allow(me, FILE_ALL_ACCESS), Allow("S-1-5-32-545", FILE_GENERIC_READ)}), ERROR_NOT_SUPPORTED},
-        {"an entry for another user", DACL_SECURITY_INFORMATION, Mine({Allow("S-1-22-1-4242", FILE_GENERIC_READ)}), ERROR_NOT_SUPPORTED},
+        {"an entry for a domain user", DACL_SECURITY_INFORMATION, Mine({Allow("S-1-5-21-1-2-3-1001", FILE_GENERIC_READ)}), ERROR_NOT_SUPPORTED},
         {"an audit entry", kOwnerGroupDacl | SACL_SECURITY_INFORMATION, withSacl(SYSTEM_AUDIT_ACE_TYPE), ERROR_NOT_SUPPORTED},
         {"a mandatory label", kOwnerGroupDacl | LABEL_SECURITY_INFORMATION, withSacl(SYSTEM_MANDATORY_LABEL_ACE_TYPE), ERROR_NOT_SUPPORTED},
         {"an owner that is no Linux user", kOwnerGroupDacl, foreignOwner, ERROR_INVALID_OWNER},
