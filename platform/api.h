@@ -187,6 +187,43 @@ struct Win32Api {
     BOOL(WINAPI* FreeLibrary)(HMODULE module);
     UINT_PTR(WINAPI* SetTimer)(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
     BOOL(WINAPI* KillTimer)(HWND window, UINT_PTR id);
+    // --- File properties: security descriptors, the process token and local memory (advapi32, kernel32).
+    // GetFileSecurityW copies the parts the mask selects into the buffer as one self-relative descriptor;
+    // with a buffer too small (null and 0 included) it fails with ERROR_INSUFFICIENT_BUFFER and puts the
+    // length needed in *needed. The audit list (SACL_SECURITY_INFORMATION) is handed out and written only
+    // while the security privilege is enabled in the process token, else ERROR_PRIVILEGE_NOT_HELD.
+    // SetFileSecurityW writes the parts the mask selects and leaves the others as they are; a part the
+    // volume cannot keep fails the whole call before anything is changed.
+    BOOL(WINAPI* GetFileSecurityW)(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor,
+                                   DWORD length, LPDWORD needed);
+    BOOL(WINAPI* SetFileSecurityW)(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor);
+    // GetCurrentProcess gives the pseudo-handle of the calling process, which needs no closing.
+    HANDLE(WINAPI* GetCurrentProcess)();
+    // OpenProcessToken opens the process token with the rights asked for; the handle is closed with
+    // CloseHandle. LookupPrivilegeValueW (system null: the local one) fails with ERROR_NO_SUCH_PRIVILEGE
+    // for a name it does not know. AdjustTokenPrivileges succeeds also when a privilege named is not held
+    // by the token: it then leaves that one alone and sets the last error to ERROR_NOT_ALL_ASSIGNED, and to
+    // ERROR_SUCCESS when every change was made, so the caller must read the last error after it.
+    // GetTokenInformation(TokenPrivileges) lists every privilege held with its state.
+    BOOL(WINAPI* OpenProcessToken)(HANDLE process, DWORD access, PHANDLE token);
+    BOOL(WINAPI* LookupPrivilegeValueW)(LPCWSTR systemName, LPCWSTR name, PLUID luid);
+    BOOL(WINAPI* AdjustTokenPrivileges)(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD length,
+                                        PTOKEN_PRIVILEGES previousState, PDWORD returnLength);
+    BOOL(WINAPI* GetTokenInformation)(HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD length,
+                                      PDWORD returnLength);
+    // LocalAlloc(LMEM_FIXED, n) gives a pointer, zero-filled with LMEM_ZEROINIT, or null with
+    // ERROR_NOT_ENOUGH_MEMORY; LocalFree gives null when it freed the block.
+    HLOCAL(WINAPI* LocalAlloc)(UINT flags, SIZE_T bytes);
+    HLOCAL(WINAPI* LocalFree)(HLOCAL memory);
+
+    // --- File properties: the mount manager. Mount points here are drive roots ("E:\", with the
+    // backslash); a volume name is "\\?\Volume{GUID}\". GetVolumeNameForVolumeMountPointW fails for a root with
+    // no volume behind it; DeleteVolumeMountPointW takes the letter away from its volume and
+    // SetVolumeMountPointW gives a free letter to a volume (a taken one fails with ERROR_DIR_NOT_EMPTY);
+    // both need an elevated process (ERROR_ACCESS_DENIED otherwise).
+    BOOL(WINAPI* GetVolumeNameForVolumeMountPointW)(LPCWSTR mountPoint, LPWSTR volumeName, DWORD length);
+    BOOL(WINAPI* DeleteVolumeMountPointW)(LPCWSTR mountPoint);
+    BOOL(WINAPI* SetVolumeMountPointW)(LPCWSTR mountPoint, LPCWSTR volumeName);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

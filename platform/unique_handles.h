@@ -105,3 +105,23 @@ public:
 private:
     bool entered_ = true;
 };
+
+// Local memory (LocalAlloc): LocalFree, through the table like the handles above.
+class UniqueLocal {
+public:
+    UniqueLocal() = default;
+    explicit UniqueLocal(HLOCAL memory) noexcept : memory_(memory) {}
+    ~UniqueLocal() { reset(); }
+    UniqueLocal(const UniqueLocal&) = delete;
+    UniqueLocal& operator=(const UniqueLocal&) = delete;
+
+    explicit operator bool() const noexcept { return memory_ != nullptr; }
+    HLOCAL get() const noexcept { return memory_; }
+    void reset(HLOCAL memory = nullptr) noexcept {
+        if (memory_ != nullptr) sys().LocalFree(memory_);
+        memory_ = memory;
+    }
+
+private:
+    HLOCAL memory_ = nullptr;
+};

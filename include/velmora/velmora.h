@@ -111,6 +111,30 @@ VELMORA_EXPORT int GetPathIsFileOrFolder(CString path);
 // the list early. A file with one name leaves names untouched.
 VELMORA_EXPORT int GetFileIsHardlink(CString path, CStringArray* names);
 
+// ---- File properties: security descriptors and drive letters.
+//
+// Security descriptors are the platform's self-relative ones: owner, group, access list (DACL) and audit
+// list (SACL). Each export acts on the one path given; nothing below a folder is visited.
+
+// Reads the whole descriptor of path (owner, group, access list, audit list, label, attributes) into a
+// block allocated with malloc and stores it in *descriptor; the caller frees it with free. reserved is
+// required but never written. Reading the audit list needs the security privilege enabled in the process
+// token (CopySecurityInfo leaves it enabled); without it the result is 0. 1 on success; on failure 0, and
+// *descriptor holds nothing to free: null once a block was allocated, else as it was.
+VELMORA_EXPORT int GetAccessInfo(CString path, PSECURITY_DESCRIPTOR* descriptor, DWORD* reserved);
+// Writes every part of descriptor (such as one from GetAccessInfo) to path: the platform's success flag.
+VELMORA_EXPORT int SetAccessInfo(CString path, PSECURITY_DESCRIPTOR descriptor);
+// Enables the security and take-ownership privileges in the process token, where they stay enabled, then
+// copies the owner, group, access list and audit list of source to target, each when its flag is 1. 0 when
+// every flag is 0 (then the token is not touched), when the process does not hold both privileges, or when
+// the descriptor cannot be read or written.
+VELMORA_EXPORT int CopySecurityInfo(CString source, CString target, int copyOwner, int copyGroup, int copyDacl,
+                                    int copySacl);
+// Moves the volume at oldLetter to newLetter (letters used as given), pausing a second after each change so
+// that the system catches up. When newLetter cannot be taken the volume goes back to oldLetter and the
+// result is 0. Blocks the caller for about two seconds on success.
+VELMORA_EXPORT int ChangeDriveLetter(WCHAR oldLetter, WCHAR newLetter);
+
 // ---- Enumeration and comparison: folder walks, hashing, comparison, content test.
 // Walks path and every folder below it, in the order the file system lists them, a folder before its
 // contents. Counters are only added to: files, folders and the bytes of the files counted (a size that

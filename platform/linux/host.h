@@ -105,3 +105,25 @@ size_t LiveComObjectCount();
 // How many CoInitialize calls of the calling thread are not yet balanced by CoUninitialize.
 int ComApartmentDepth();
 }  // namespace vlx
+
+// ---- The process token, local memory, the mount manager and security descriptors.
+namespace vlx {
+
+// The token the process runs with: an elevated administrator's (backup, restore, security and
+// take-ownership held, not yet enabled), a standard user's (none of them), or the one the process's own
+// user gives (root is elevated). Resets every adjustment made since.
+enum class TokenKind { Elevated, StandardUser, AsProcessRuns };
+void SetProcessToken(TokenKind kind);
+
+// Blocks from LocalAlloc not yet given back with LocalFree.
+size_t LocalBlockCount();
+
+// The volume name ("\\?\Volume{GUID}\") of the host-folder volume on a host folder: the same folder gets
+// the same name in every run, wherever it is mapped.
+WString HostFolderVolumeName(const std::string& hostFolder);
+
+// A security descriptor (self-relative or absolute) in the string form Windows tools show
+// ("O:...G:...D:(A;;FA;;;SY)"); empty when the descriptor is not valid.
+WString SecurityDescriptorToSddl(const void* descriptor);
+
+}  // namespace vlx

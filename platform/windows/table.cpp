@@ -90,6 +90,19 @@ Win32Api MakeWindowsTable() {
     table.FreeLibrary = ::FreeLibrary;
     table.SetTimer = ::SetTimer;
     table.KillTimer = ::KillTimer;
+    // File properties: security descriptors, the process token, local memory and the mount manager
+    table.GetFileSecurityW = ::GetFileSecurityW;
+    table.SetFileSecurityW = ::SetFileSecurityW;
+    table.GetCurrentProcess = ::GetCurrentProcess;
+    table.OpenProcessToken = ::OpenProcessToken;
+    table.LookupPrivilegeValueW = ::LookupPrivilegeValueW;
+    table.AdjustTokenPrivileges = ::AdjustTokenPrivileges;
+    table.GetTokenInformation = ::GetTokenInformation;
+    table.LocalAlloc = ::LocalAlloc;
+    table.LocalFree = ::LocalFree;
+    table.GetVolumeNameForVolumeMountPointW = ::GetVolumeNameForVolumeMountPointW;
+    table.DeleteVolumeMountPointW = ::DeleteVolumeMountPointW;
+    table.SetVolumeMountPointW = ::SetVolumeMountPointW;
     return table;
 }
 

@@ -91,6 +91,19 @@ Win32Api MakeLinuxTable() {
     table.FreeLibrary = vlx::FreeLibrary;
     table.SetTimer = vlx::SetTimer;
     table.KillTimer = vlx::KillTimer;
+    // File properties: security descriptors, the process token, local memory and the mount manager
+    table.GetFileSecurityW = vlx::GetFileSecurityW;
+    table.SetFileSecurityW = vlx::SetFileSecurityW;
+    table.GetCurrentProcess = vlx::GetCurrentProcess;
+    table.OpenProcessToken = vlx::OpenProcessToken;
+    table.LookupPrivilegeValueW = vlx::LookupPrivilegeValueW;
+    table.AdjustTokenPrivileges = vlx::AdjustTokenPrivileges;
+    table.GetTokenInformation = vlx::GetTokenInformation;
+    table.LocalAlloc = vlx::LocalAlloc;
+    table.LocalFree = vlx::LocalFree;
+    table.GetVolumeNameForVolumeMountPointW = vlx::GetVolumeNameForVolumeMountPointW;
+    table.DeleteVolumeMountPointW = vlx::DeleteVolumeMountPointW;
+    table.SetVolumeMountPointW = vlx::SetVolumeMountPointW;
     return table;
 }
 
