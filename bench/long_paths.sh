@@ -24,7 +24,9 @@ for length in $name_lengths; do
     mkdir "$work/t"
     status=0
     /usr/bin/time -f '%e %U %S' -o "$work/time" "$velmora" --map "T=$work/t" mkdir "$path" >/dev/null 2>&1 || status=$?
-    read -r wall user system <"$work/time"
+    # The last line: /usr/bin/time puts a line about the exit status before it when that is not 0.
+    set -- $(tail -n 1 "$work/time")
+    wall=$1 user=$2 system=$3
     printf '%-12s %-10s %-8s %-10s %-10s %s\n' "$length" "${#path}" "$levels" "$wall" "$(echo "$user + $system" | bc)" "$status"
     rm -rf "$work/t"
   done

@@ -379,10 +379,11 @@ int RunRmdir(const std::vector<std::string>& args) {
     if (paths[0].empty()) return UsageError(kRmdir, "the path is empty");
     // The full path, so that "C:" and "x\\.." are judged (and reported) as the folders they stand for.
     const CString typed = LibraryPath(paths[0]);
-    WCHAR full[MAX_PATH];
-    const DWORD length = sys().GetFullPathNameW(typed, MAX_PATH, full, nullptr);
-    if (length == 0 || length >= MAX_PATH) return Fail(kRmdir, "not a usable path: " + Printable(typed));
-    CString path = full;
+    // Room for the longest path Windows takes, with its \\?\ prefix.
+    std::vector<WCHAR> full(32768);
+    const DWORD length = sys().GetFullPathNameW(typed, static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0 || length >= full.size()) return Fail(kRmdir, "not a usable path: " + Printable(typed));
+    CString path = full.data();
     if (path.GetLength() > 3) path.TrimRight(_T('\\'));
     if (path.GetLength() <= 3) return Fail(kRmdir, "refused: " + Printable(path) + " is a drive's root");
     WCHAR current[MAX_PATH];
@@ -393,6 +394,8 @@ int RunRmdir(const std::vector<std::string>& args) {
                                               here.Left(path.GetLength()).CompareNoCase(path) == 0))
             return Fail(kRmdir, "refused: " + Printable(path) + " is the current folder or holds it");
     }
+    // A full path past MAX_PATH reaches the library only with the long-path prefix.
+    if (path.GetLength() >= MAX_PATH) path = CString(_T("\\\\?\\")) + path;
     InstallTerminalResponder();
     if (DeleteFolders(path, silent ? 1 : 0, nullptr)) return kExitOk;
     const DWORD attributes = sys().GetFileAttributesW(path);

@@ -142,4 +142,21 @@ TEST_F(HostNamesOnDisk, VerbatimPathsAreTakenAsWrittenAndNeverAsTheRoot) {
     EXPECT_EQ(sys().GetFileAttributesW(W("\\\\?\\T:\\a.")), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST_F(HostNamesOnDisk, LongVerbatimPathsAreMadeLevelByLevelUpToWhatTheHostCanName) {
+    CString deep = W("\\\\?\\T:\\long");
+    while (deep.GetLength() < 1200) deep += _T("\\level");
+    EXPECT_EQ(CreateFolders(deep), TRUE);
+    EXPECT_EQ(sys().GetFileAttributesW(deep), static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+    // Past the host's own limit for a path, and past Windows' limit for \\?\ paths: refused, not walked.
+    CString tooLong = deep;
+    while (tooLong.GetLength() < 5000) tooLong += _T("\\level");
+    CString pastWindows = tooLong;
+    while (pastWindows.GetLength() <= 32767) pastWindows += _T("\\level");
+    for (const CString& path : {tooLong, pastWindows}) {
+        sys().SetLastError(testing_support::kJunkError);
+        EXPECT_FALSE(sys().CreateDirectoryW(path, nullptr));
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILENAME_EXCED_RANGE));
+    }
+}
+
 }  // namespace

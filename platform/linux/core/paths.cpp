@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <shared_mutex>
+#include <string_view>
 
 #include "internal.h"
 #include "scoped_handle.h"
@@ -27,6 +28,9 @@ WString g_current;  // empty until first asked: then the host's working folder
 WCHAR UpperLetter(WCHAR letter) { return (letter >= 'a' && letter <= 'z') ? static_cast<WCHAR>(letter - 'a' + 'A') : letter; }
 bool IsLetter(WCHAR unit) { return (unit >= 'a' && unit <= 'z') || (unit >= 'A' && unit <= 'Z'); }
 bool IsSeparator(WCHAR unit) { return unit == '\\' || unit == '/'; }
+
+// The longest path Windows takes with the \\?\ prefix.
+constexpr size_t kMaxVerbatimPath = 32767;
 
 // Characters no Win32 file name may hold; wildcards are judged separately.
 bool IsInvalidNameUnit(WCHAR unit) {
@@ -223,27 +227,32 @@ void SetCurrentDirectoryPath(const WString& path) {
 
 bool FullWin32Path(LPCWSTR path, WString& full) {
     if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, false);
-    WString text = path;
+    // Read in place, without copies, so that a long path costs one pass.
+    using View = std::basic_string_view<WCHAR>;
+    View text(path, WStrLen(path));
     if (text.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
-    // The \\?\ prefix turns off the parsing rules and the length limit: what follows must be a whole
-    // drive path, taken as written ("." and ".." are no names there, and trailing dots and spaces stay).
+    // The \\?\ prefix turns off the parsing rules and the MAX_PATH limit (for the 32,767 units Windows
+    // allows): what follows must be a whole drive path, taken as written ("." and ".." are no names there,
+    // and trailing dots and spaces stay).
     const bool verbatim = text.size() >= 4 && text[0] == '\\' && text[1] == '\\' && text[2] == '?' && text[3] == '\\';
     if (verbatim) {
-        text = text.substr(4);
+        if (text.size() > kMaxVerbatimPath) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+        text.remove_prefix(4);
         if (text.size() < 3 || !IsLetter(text[0]) || text[1] != ':' || text[2] != '\\') return Fail(ERROR_INVALID_NAME, false);
     } else if (text.size() >= MAX_PATH) {
         return Fail(ERROR_FILENAME_EXCED_RANGE, false);
     }
 
     WCHAR drive = 0;
-    WString rest;
+    WString relativeBase;  // for a relative path: the folder it is relative to, without its drive
+    View rest;
     if (text.size() >= 2 && IsLetter(text[0]) && text[1] == ':') {
         drive = UpperLetter(text[0]);
         rest = text.substr(2);
         if (rest.empty() || !IsSeparator(rest[0])) {
             // "X:name" is relative to the current folder when that is on X:, else to X:'s root.
             const WString current = CurrentDirectory();
-            rest = (UpperLetter(current[0]) == drive ? current.substr(2) + _T("\\") : WString(_T("\\"))) + rest;
+            relativeBase = UpperLetter(current[0]) == drive ? current.substr(2) : WString();
         }
     } else if (text.size() >= 2 && IsSeparator(text[0]) && IsSeparator(text[1])) {
         // UNC and device paths name no host-folder volume.
@@ -251,13 +260,18 @@ bool FullWin32Path(LPCWSTR path, WString& full) {
     } else {
         const WString current = CurrentDirectory();
         drive = UpperLetter(current[0]);
-        rest = IsSeparator(text[0]) ? text : current.substr(2) + _T("\\") + text;
+        rest = text;
+        if (!IsSeparator(text[0])) relativeBase = current.substr(2);
     }
+    const WString joined = relativeBase.empty() && !rest.empty() && IsSeparator(rest[0]) ? WString()
+                                                                                        : relativeBase + _T("\\") + WString(rest);
+    if (!joined.empty()) rest = joined;
 
     // One pass that appends each name as it ends; ".." takes the last one off again.
     full.clear();
     full += drive;
     full += _T(":");
+    full.reserve(rest.size() + 3);
     std::vector<size_t> starts;  // where each kept name begins in full (at its backslash)
     size_t at = 0;
     const size_t length = rest.size();
