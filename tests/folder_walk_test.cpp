@@ -57,7 +57,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
     // Which texts match which names is the filter's own test; here, that the walk applies it everywhere.
     MakeWorkedTree();
     WriteFile("t/sub/d.DOC", "dd");
-    WriteFile("t/sub/e.txt;*", "e");
+    WriteFile("t/sub/e.txt;+", "e");
     struct Case {
         const char* filter;
         ULONGLONG files, bytes;
@@ -66,7 +66,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
         {".TXT", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"*.txt", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"txt", 0, 0, {}},  // no dot: nothing matches
-        {".txt;*.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;*"}},
+        {".txt;+.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;+"}},
         {".log.doc", 2, 7, {"T:\\t\\b.log", "T:\\t\\sub\\d.DOC"}},
     };
     for (const Case& c : cases) {
@@ -111,14 +111,22 @@ TEST_F(FolderWalk, PathThatDoesNotFitANodeIsCountedButNotListed) {
     EXPECT_EQ(counts.list, (Paths{"T:\\" + folder + "\\", "T:\\" + folder + "\\abcde"}));
 }
 
-TEST_F(FolderWalk, LinkBackIntoItsOwnTreeIsListedButNotEntered) {
+TEST_F(FolderWalk, FolderLinksAreWalkedUnlessTheyLeadBackIntoTheWalk) {
     WriteFile("t/a.txt", "1");
-    ASSERT_EQ(symlink("..", Host("t/loop").c_str()), 0);
+    WriteFile("elsewhere/in/b.txt", "22");
+    WriteFile("elsewhere/c.txt", "333");
+    MakeFolder("t/sub");
+    ASSERT_EQ(symlink("..", Host("t/sub/up").c_str()), 0);
     ASSERT_EQ(symlink(".", Host("t/self").c_str()), 0);
+    ASSERT_EQ(symlink(Host("elsewhere").c_str(), Host("t/out").c_str()), 0);
+    // Outside the tree at first, but it holds the link that leads into it.
+    ASSERT_EQ(symlink(Host("t").c_str(), Host("elsewhere/in/back").c_str()), 0);
     const Counts counts = Walk(Win("t"));
-    EXPECT_EQ(counts.files, 1u);
-    EXPECT_EQ(counts.folders, 2u);
-    EXPECT_EQ(counts.list, (Paths{"T:\\t\\a.txt", "T:\\t\\loop\\", "T:\\t\\self\\"}));
+    EXPECT_EQ(counts.list, (Paths{"T:\\t\\a.txt", "T:\\t\\out\\", "T:\\t\\out\\c.txt", "T:\\t\\out\\in\\", "T:\\t\\out\\in\\b.txt",
+                                  "T:\\t\\out\\in\\back\\", "T:\\t\\self\\", "T:\\t\\sub\\", "T:\\t\\sub\\up\\"}));
+    EXPECT_EQ(std::vector<ULONGLONG>({counts.files, counts.folders, counts.bytes}), std::vector<ULONGLONG>({3, 6, 6}));
+    // Walked again from the link's side, the same loop is cut where it closes.
+    EXPECT_EQ(Walk(Win("elsewhere")).files, 3u);
 }
 
 TEST_F(FolderWalk, CancelFlagStopsTheWalkOnlyWhenItEqualsOne) {

@@ -134,16 +134,28 @@ TEST_F(FileHash, EachFailingStepReleasesWhatWasAcquiredInReverseOrder) {
     EXPECT_EQ(failing(), all);
 }
 
-TEST_F(FileHash, ReadEndingBeforeTheSizeTakenAtTheStartFailsInsteadOfLooping) {
-    WriteFile("a.txt", Pattern(1000));
-    // The file claims to be larger than what can be read.
-    ApiPatch<&Win32Api::GetFileSize> size([](HANDLE, LPDWORD high) { return *high = 0, DWORD{5000}; });
-    int reads = 0;
-    ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
-        return ++reads, read.Original()(f, b, n, r, o);
-    });
-    EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
-    EXPECT_EQ(reads, 2);  // 1000 bytes, then the end of the file
+TEST_F(FileHash, ReadThatDoesNotEndAtTheSizeTakenAtTheStartFailsInsteadOfLooping) {
+    // The file claims another size than what can be read: it shrank, or grew (a host program appending,
+    // a device that never ends) although the open shares no writing.
+    const struct Case {
+        size_t written;
+        DWORD claimed;
+        int reads;
+    } cases[] = {
+        {1000, 5000, 2},         // 1000 bytes, then the end of the file
+        {200000, 70000, 2},      // past the size with the second block: stops there
+        {200000, 100, 1},        // past it with the first
+    };
+    for (const Case& c : cases) {
+        WriteFile("a.txt", Pattern(c.written));
+        ApiPatch<&Win32Api::GetFileSize> size([&](HANDLE, LPDWORD high) { return *high = 0, c.claimed; });
+        int reads = 0;
+        ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
+            return ++reads, read.Original()(f, b, n, r, o);
+        });
+        EXPECT_EQ(HashOf(Win("a.txt")), kFailed) << c.claimed;
+        EXPECT_EQ(reads, c.reads) << c.claimed;
+    }
 }
 
 TEST_F(FileHash, CompareFileHashTellsEqualDifferentAndUnreadable) {

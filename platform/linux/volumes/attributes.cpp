@@ -147,9 +147,11 @@ struct timespec FromStatx(const struct statx_timestamp& time) {
 
 }  // namespace
 
-bool StatHost(const std::string& hostPath, HostStatus& out) {
+bool StatHost(const std::string& hostPath, HostStatus& out) { return StatHostAt(AT_FDCWD, hostPath.c_str(), out); }
+
+bool StatHostAt(int folder, const char* name, HostStatus& out) {
     struct statx x {};
-    if (statx(AT_FDCWD, hostPath.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &x) != 0) return false;
+    if (statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &x) != 0) return false;
     struct stat& st = out.status;
     st = {};
     st.st_dev = makedev(x.stx_dev_major, x.stx_dev_minor);

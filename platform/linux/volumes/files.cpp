@@ -47,6 +47,23 @@ bool IsLinkToFolder(const ResolvedPath& path) {
 
 bool IsFolder(const ResolvedPath& path) { return S_ISDIR(path.status.st_mode) || IsLinkToFolder(path); }
 
+// Whether an existing entry that is not a folder is a regular file (through a link, what it leads to).
+// Pipes, sockets and devices have no data Windows could read as a file's: a read may wait for a writer
+// or never end.
+bool IsOpenableFile(const ResolvedPath& path) {
+    if (!S_ISLNK(path.status.st_mode)) return S_ISREG(path.status.st_mode);
+    struct stat target {};
+    return stat(path.hostPath.c_str(), &target) != 0 || S_ISREG(target.st_mode);  // a dangling link fails to open
+}
+
+// After a non-blocking open: true, back in blocking mode, for a regular file.
+bool RegularAfterOpen(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    return true;
+}
+
 DWORD AttributesOf(const ResolvedPath& path) { return HostAttributes(path.hostPath, path.status, path.isRoot()); }
 
 // The error for a missing entry: the last name is missing, so the file is not found.
@@ -92,6 +109,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     const bool truncates = resolved.exists && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
     if (resolved.exists) {
         if (S_ISLNK(resolved.status.st_mode)) openFlags &= ~O_NOFOLLOW;  // a link to a file opens its target
+        if (!IsOpenableFile(resolved) && ((rights & (kReadRights | kWriteRights)) != 0 || disposition != OPEN_EXISTING))
+            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
         const DWORD attributes = AttributesOf(resolved);
         if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
         if (disposition == TRUNCATE_EXISTING && (rights & FILE_WRITE_DATA) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
@@ -112,10 +131,21 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
         created = true;
     }
 
-    int fd = open(resolved.hostPath.c_str(), openFlags, 0666);
-    if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
-        // An open for attributes only needs no permission to read the data.
+    int fd;
+    if (resolved.exists && !IsOpenableFile(resolved)) {
+        // A pipe, socket or device is looked at, never opened: opening one can wait for a writer.
         fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
+    } else {
+        // Non-blocking only until the file is known to be a file: a pipe put in its place since it was
+        // looked up must not hold the open.
+        fd = open(resolved.hostPath.c_str(), openFlags | O_NONBLOCK, 0666);
+        if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
+            // An open for attributes only needs no permission to read the data.
+            fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
+        } else if (fd >= 0 && !RegularAfterOpen(fd)) {
+            close(fd);
+            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
+        }
     }
     if (fd < 0) return Fail(errno == ELOOP ? ERROR_CANT_RESOLVE_FILENAME : Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
     // The open file is the one resolved unless the name was a link or a new file; only the identity of
