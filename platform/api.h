@@ -17,8 +17,11 @@ struct Win32Api {
     void(WINAPI* SetLastError)(DWORD code);
 
     // --- Attributes. GetFileAttributesW answers INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND or
-    // ERROR_PATH_NOT_FOUND for a path that cannot be reached. SetFileAttributesW writes the whole word;
-    // the directory bit is ignored and read-only, hidden, system and archive are kept.
+    // ERROR_PATH_NOT_FOUND for a path that cannot be reached, ERROR_ACCESS_DENIED behind a folder the
+    // user may not enter. SetFileAttributesW writes the whole word or, failing, changes nothing; the
+    // directory bit is ignored and read-only, hidden, system and archive are kept (read-only on a folder
+    // does not stop files being made in it). On Linux a link keeps only the word it reads as and refuses
+    // any other with ERROR_NOT_SUPPORTED.
     DWORD(WINAPI* GetFileAttributesW)(LPCWSTR path);
     BOOL(WINAPI* SetFileAttributesW)(LPCWSTR path, DWORD attributes);
 
