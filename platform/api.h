@@ -190,6 +190,7 @@ struct Win32Api {
     BOOL(WINAPI* FreeLibrary)(HMODULE module);
     UINT_PTR(WINAPI* SetTimer)(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
     BOOL(WINAPI* KillTimer)(HWND window, UINT_PTR id);
+
     // --- File properties: security descriptors, the process token and local memory (advapi32, kernel32).
     // GetFileSecurityW copies the parts the mask selects into the buffer as one self-relative descriptor;
     // with a buffer too small (null and 0 included) it fails with ERROR_INSUFFICIENT_BUFFER and puts the

@@ -966,6 +966,7 @@ typedef VOID(CALLBACK* TIMERPROC)(HWND window, UINT message, UINT_PTR id, DWORD 
 #define WC_STATICW u"Static"
 // Odd files of a host folder (pipes, sockets, devices): what Windows answers for an entry it cannot open.
 #define ERROR_CANT_ACCESS_FILE 1920L
+
 // ---- Security descriptors, SIDs, access lists and the process token (advapi32), and local memory.
 typedef DWORD SECURITY_INFORMATION, *PSECURITY_INFORMATION;
 typedef WORD SECURITY_DESCRIPTOR_CONTROL, *PSECURITY_DESCRIPTOR_CONTROL;

@@ -97,6 +97,7 @@ void WINAPI VariantInit(VARIANTARG* variant);
 HRESULT WINAPI VariantClear(VARIANTARG* variant);
 DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD capacity);
 errno_t WINAPI wcscat_s(WCHAR* destination, size_t capacity, const WCHAR* source);
+
 // File properties: security descriptors (volumes/host_security.cpp), the process token
 // (services/token.cpp), local memory (core/local_memory.cpp) and the mount manager (core/mount_manager.cpp).
 BOOL WINAPI GetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor, DWORD length,

@@ -1,5 +1,6 @@
 // libntfs-3g's C headers, made includable beside our Win32 definitions: the library has its own BOOL,
-// TRUE and FALSE, GUID, security-descriptor types and security-information names, so those are renamed or set aside while it is read.
+// TRUE and FALSE, GUID, security-information names and security structures, so those are renamed or set
+// aside while it is read.
 // Include this before anything that brings in win32.h.
 #pragma once
 
@@ -23,21 +24,22 @@
 #undef SACL_SECURITY_INFORMATION
 #define BOOL NtfsBool
 #define GUID NtfsGuid
-#define SID Ntfs_SID
-#define SID_IDENTIFIER_AUTHORITY Ntfs_SID_IDENTIFIER_AUTHORITY
-#define ACL Ntfs_ACL
-#define ACE_HEADER Ntfs_ACE_HEADER
-#define ACCESS_ALLOWED_ACE Ntfs_ACCESS_ALLOWED_ACE
-#define ACCESS_DENIED_ACE Ntfs_ACCESS_DENIED_ACE
-#define SYSTEM_AUDIT_ACE Ntfs_SYSTEM_AUDIT_ACE
-#define ACCESS_MASK Ntfs_ACCESS_MASK
-#define SECURITY_DESCRIPTOR Ntfs_SECURITY_DESCRIPTOR
-#define SECURITY_DESCRIPTOR_RELATIVE Ntfs_SECURITY_DESCRIPTOR_RELATIVE
-#define SECURITY_DESCRIPTOR_CONTROL Ntfs_SECURITY_DESCRIPTOR_CONTROL
 #define OWNER_SECURITY_INFORMATION NTFS_OWNER_SECURITY_INFORMATION
 #define GROUP_SECURITY_INFORMATION NTFS_GROUP_SECURITY_INFORMATION
 #define DACL_SECURITY_INFORMATION NTFS_DACL_SECURITY_INFORMATION
 #define SACL_SECURITY_INFORMATION NTFS_SACL_SECURITY_INFORMATION
+// Its security structures have the Win32 names too (with the same layouts); ours keep the names.
+#define ACCESS_MASK NtfsAccessMask
+#define SECURITY_DESCRIPTOR_CONTROL NtfsSecurityDescriptorControl
+#define SID_IDENTIFIER_AUTHORITY NtfsSidIdentifierAuthority
+#define SID NtfsSid
+#define ACL NtfsAcl
+#define ACE_HEADER NtfsAceHeader
+#define ACCESS_ALLOWED_ACE NtfsAccessAllowedAce
+#define ACCESS_DENIED_ACE NtfsAccessDeniedAce
+#define SYSTEM_AUDIT_ACE NtfsSystemAuditAce
+#define SECURITY_DESCRIPTOR_RELATIVE NtfsSecurityDescriptorRelative
+#define SECURITY_DESCRIPTOR NtfsSecurityDescriptor
 
 extern "C" {
 #include <ntfs-3g/types.h>
@@ -57,21 +59,21 @@ extern "C" {
 
 #undef BOOL
 #undef GUID
-#undef SID
+#undef OWNER_SECURITY_INFORMATION
+#undef GROUP_SECURITY_INFORMATION
+#undef DACL_SECURITY_INFORMATION
+#undef SACL_SECURITY_INFORMATION
+#undef ACCESS_MASK
+#undef SECURITY_DESCRIPTOR_CONTROL
 #undef SID_IDENTIFIER_AUTHORITY
+#undef SID
 #undef ACL
 #undef ACE_HEADER
 #undef ACCESS_ALLOWED_ACE
 #undef ACCESS_DENIED_ACE
 #undef SYSTEM_AUDIT_ACE
-#undef ACCESS_MASK
-#undef SECURITY_DESCRIPTOR
 #undef SECURITY_DESCRIPTOR_RELATIVE
-#undef SECURITY_DESCRIPTOR_CONTROL
-#undef OWNER_SECURITY_INFORMATION
-#undef GROUP_SECURITY_INFORMATION
-#undef DACL_SECURITY_INFORMATION
-#undef SACL_SECURITY_INFORMATION
+#undef SECURITY_DESCRIPTOR
 #pragma pop_macro("TRUE")
 #pragma pop_macro("FALSE")
 #pragma pop_macro("OWNER_SECURITY_INFORMATION")
