@@ -24,6 +24,7 @@
 
 #include "../platform/api.h"
 #include "../platform/linux/host.h"
+#include "ratio_reporter.h"
 #include "../platform/wimgapi.h"
 
 namespace {
@@ -130,19 +131,6 @@ void ApplyWithWimlib(benchmark::State& state, Compression compression) {
     }
     Remove("out-wimlib");
 }
-
-// Keeps each benchmark's time per iteration beside the normal console output.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                seconds[run.run_name.function_name] = run.real_accumulated_time / static_cast<double>(run.iterations);
-        }
-    }
-    std::map<std::string, double> seconds;
-};
 
 void PrintRatio(const RatioReporter& reporter, const std::string& what, const std::string& ours, const std::string& theirs) {
     auto a = reporter.seconds.find(ours);
