@@ -20,6 +20,7 @@
 #include <velmora/velmora.h>
 
 #include "../platform/linux/host.h"
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -84,18 +85,6 @@ void CopyWithCp(benchmark::State& state, const std::string& source) {
     }
     RemoveTarget("out-cp");
 }
-
-// Keeps each benchmark's time per iteration beside the normal console output.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) seconds[run.run_name.function_name] = run.real_accumulated_time / run.iterations;
-        }
-    }
-    std::map<std::string, double> seconds;
-};
 
 void PrintRatio(const RatioReporter& reporter, const std::string& what, const std::string& velmora, const std::string& cp) {
     auto a = reporter.seconds.find(velmora);

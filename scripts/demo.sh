@@ -72,3 +72,20 @@ show --map "D=$work/data" acl copy 'D:\docs\readme.txt' 'D:\docs\plan.txt' --dac
 show --map "D=$work/data" acl get 'D:\docs\plan.txt'
 show --map "D=$work/data" drive move D F
 show --map "D=$work/data" --map "F=$work/copy" drive move D F
+# ---- WIM images: D: captured into an image that wimlib-imagex reads, applied to a new folder and compared,
+# then mounted, changed and unmounted with the change written back.
+echo
+echo "WIM images: D:\\ captured into E:\\data.wim, then applied to E:\\applied"
+show --map "D=$work/data" --map "E=$work/e" wim capture 'D:\' 'E:\data.wim' --compress lzx
+wimlib-imagex info "$work/e/data.wim" 1 | grep -E '^(Index|Directory Count|File Count|Total Bytes)'
+show --map "E=$work/e" wim apply 'E:\data.wim' 1 'E:\applied'
+echo
+echo "\$ diff -r data applied"
+diff -r "$work/data" "$work/e/applied" && echo "(the same tree)"
+mkdir -p "$work/e/mnt"
+show --map "E=$work/e" wim mount 'E:\data.wim' 1 'E:\mnt' --temp "$work"
+printf 'added while mounted\n' > "$work/e/mnt/docs/added.txt"
+show --map "E=$work/e" wim unmount 'E:\data.wim' 1 'E:\mnt' --commit
+echo
+echo "\$ wimlib-imagex dir data.wim 1 | grep docs"
+wimlib-imagex dir "$work/e/data.wim" 1 | grep docs

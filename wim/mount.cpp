@@ -3,47 +3,50 @@
 // loading the system's imaging library and releasing it; the mount itself is the system's to keep.
 #include "wim_internal.h"
 
-BOOL MountWim(CString imageFile, CString mountFolder, CString temporaryFolder, DWORD index) {
+namespace {
+
+// What mount and unmount share: the arguments checked, the library loaded, the one entry point resolved
+// and both paths copied; then the call, and the library released before its result is returned.
+template <class Function, class Call>
+BOOL CallWithMountFolder(const CString& imageFile, const CString& mountFolder, LPCSTR entryName, Call call) {
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (imageFile.IsEmpty() || mountFolder.IsEmpty()) return FALSE;
         const HMODULE library = LoadSystemLibrary(_T("wimgapi.dll"));
-        if (library == nullptr) return FALSE;
+        if (library == nullptr) return FALSE;  // the loader's last error stands
         WimOperation operation(library);
-        WIMMountImageFunction mountImage = nullptr;
-        if (!operation.Resolve(mountImage, "WIMMountImage")) return FALSE;
-
+        Function entry = nullptr;
+        if (!operation.Resolve(entry, entryName)) return FALSE;
         WCHAR imagePath[MAX_PATH];
         WCHAR mountPath[MAX_PATH];
         if (!CopyToPathBuffer(imageFile, imagePath) || !CopyToPathBuffer(mountFolder, mountPath)) return FALSE;
-        // Without a temporary folder the imaging library mounts for reading only; the user's temporary
-        // folder is deliberately not put in its place.
-        WCHAR temporaryPath[MAX_PATH];
-        LPCWSTR temporary = nullptr;
-        if (!temporaryFolder.IsEmpty()) {
-            if (!CopyToPathBuffer(temporaryFolder, temporaryPath)) return FALSE;
-            temporary = temporaryPath;
-        }
-        // The imaging library takes the folder first and the image file second.
-        const BOOL mounted = mountImage(mountPath, imagePath, index, temporary);
+        const BOOL result = call(entry, mountPath, imagePath);
         operation.Finish();
-        return mounted;
+        return result;
     });
 }
 
-BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit) {
-    return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
-        if (imageFile.IsEmpty() || mountFolder.IsEmpty()) return FALSE;
-        const HMODULE library = LoadSystemLibrary(_T("wimgapi.dll"));
-        if (library == nullptr) return FALSE;
-        WimOperation operation(library);
-        WIMUnmountImageFunction unmountImage = nullptr;
-        if (!operation.Resolve(unmountImage, "WIMUnmountImage")) return FALSE;
+}  // namespace
 
-        WCHAR imagePath[MAX_PATH];
-        WCHAR mountPath[MAX_PATH];
-        if (!CopyToPathBuffer(imageFile, imagePath) || !CopyToPathBuffer(mountFolder, mountPath)) return FALSE;
-        const BOOL unmounted = unmountImage(mountPath, imagePath, index, commit);  // the flag passes as given
-        operation.Finish();
-        return unmounted;
-    });
+BOOL MountWim(CString imageFile, CString mountFolder, CString temporaryFolder, DWORD index) {
+    return CallWithMountFolder<WIMMountImageFunction>(
+        imageFile, mountFolder, "WIMMountImage", [&](WIMMountImageFunction mountImage, LPCWSTR mountPath, LPCWSTR imagePath) {
+            // Without a temporary folder the imaging library mounts for reading only; the user's temporary
+            // folder is deliberately not put in its place.
+            WCHAR temporaryPath[MAX_PATH];
+            LPCWSTR temporary = nullptr;
+            if (!temporaryFolder.IsEmpty()) {
+                if (!CopyToPathBuffer(temporaryFolder, temporaryPath)) return FALSE;
+                temporary = temporaryPath;
+            }
+            // The imaging library takes the folder first and the image file second.
+            return mountImage(mountPath, imagePath, index, temporary);
+        });
+}
+
+BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit) {
+    return CallWithMountFolder<WIMUnmountImageFunction>(
+        imageFile, mountFolder, "WIMUnmountImage",
+        [&](WIMUnmountImageFunction unmountImage, LPCWSTR mountPath, LPCWSTR imagePath) {
+            return unmountImage(mountPath, imagePath, index, commit);  // the flag passes as given
+        });
 }

@@ -238,6 +238,39 @@ void SecurityAndDrives(HMODULE module) {
     }
 }
 
+// WIM images. Wine's imaging library has no WIMSetTemporaryPath and no WIMUnmountImage, so capture, apply
+// and unmount stop at the missing entry point with ERROR_PROC_NOT_FOUND, before any file is made. Its
+// WIMMountImage is an unimplemented stub that raises when called, so mount is checked up to its arguments.
+void WimImages(HMODULE module) {
+    auto capture = EXPORT(module, CompressToWim);
+    auto extract = EXPORT(module, ExtractFromWim);
+    auto mount = EXPORT(module, MountWim);
+    auto unmount = EXPORT(module, UnMountWim);
+    if (!capture || !extract || !mount || !unmount) return;
+    wchar_t folder[MAX_PATH], image[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    std::swprintf(image, MAX_PATH, L"%lsvelmora-smoke.wim", folder);
+    DWORD percent = 0;
+    SetLastError(0xdeadbeef);
+    Check(capture(CString(L""), CString(folder), CString(L""), 2, &percent, nullptr) == 0 && GetLastError() == 0xdeadbeef,
+          "CompressToWim refuses an empty image path before loading anything");
+    SetLastError(0xdeadbeef);
+    Check(capture(CString(image), CString(folder), CString(L""), 2, &percent, nullptr) == 0 &&
+              GetLastError() == ERROR_PROC_NOT_FOUND && GetFileAttributesW(image) == INVALID_FILE_ATTRIBUTES,
+          "CompressToWim: 127 for the missing WIMSetTemporaryPath, no image file made");
+    SetLastError(0xdeadbeef);
+    Check(extract(CString(image), CString(folder), CString(L""), 1, &percent, nullptr) == 0 &&
+              GetLastError() == ERROR_PROC_NOT_FOUND,
+          "ExtractFromWim: 127 for the missing WIMSetTemporaryPath");
+    SetLastError(0xdeadbeef);
+    Check(unmount(CString(image), CString(folder), 1, TRUE) == 0 && GetLastError() == ERROR_PROC_NOT_FOUND,
+          "UnMountWim: 127 for the missing WIMUnmountImage");
+    SetLastError(0xdeadbeef);
+    Check(mount(CString(image), CString(L""), CString(L""), 1) == 0 && GetLastError() == 0xdeadbeef,
+          "MountWim refuses an empty mount folder before loading anything");
+    Check(GetModuleHandleW(L"wimgapi.dll") == nullptr, "the imaging library is released after every call");
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -265,6 +298,7 @@ int wmain(int argc, wchar_t** argv) {
     Enumeration(module);
     CopyEngine(module);
     SecurityAndDrives(module);
+    WimImages(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);
