@@ -67,3 +67,10 @@ size_t LiveComObjectCount();
 // How many CoInitialize calls of the calling thread are not yet balanced by CoUninitialize.
 int ComApartmentDepth();
 }  // namespace vlx
+
+// ---- The shell's background copies (compression into zip folders).
+namespace vlx {
+// Waits until no compression started by a CopyHere is running; the result of the last one that ended
+// (ERROR_SUCCESS, ERROR_CANCELLED when the user stopped it at a question, or the error that stopped it).
+DWORD WaitForShellCopies();
+}  // namespace vlx
