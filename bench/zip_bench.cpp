@@ -3,7 +3,7 @@
 // zip -r -6, then extracted by ExtractFromZip and by unzip, and the ratios of their times. The goal is at
 // most 1.2 times the standard tool's time.
 //
-//     velmora_zip_bench [--small-files N] [--big-mib M] [--dir DIR]
+//     zip_bench [--small-files N] [--big-mib M] [--dir DIR]
 //
 // The export's own waits are kept out of its time: its pauses wait for the shell's thread instead of the
 // clock, so what is measured is the compression itself. Outputs are removed outside the timed part.

@@ -11,8 +11,6 @@
 //    one with names that would land outside the folder fails without writing anything.
 //  - Questions (an entry or file of the same name) go to the host's dialog responder unless the options
 //    hold FOF_NOCONFIRMATION.
-#include <dirent.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <future>
@@ -36,11 +34,18 @@ const IID kFolderItemInterface = {0xFAC32C80, 0xCBE4, 0x11CE, {0x83, 0x50, 0x44,
 
 constexpr char16_t kProgressTitle[] = u"圧縮しています...";
 
-// Background compressions still running, and the result of the last one to end.
-std::mutex g_copiesLock;
-std::condition_variable g_copiesDone;
-int g_copiesRunning = 0;
-DWORD g_lastCopyResult = ERROR_SUCCESS;
+// Background compressions still running, and the result of the last one to end. Never destroyed: a
+// compression may still be finishing while a host that has its archive back leaves.
+struct BackgroundCopies {
+    std::mutex lock;
+    std::condition_variable done;
+    int running = 0;
+    DWORD lastResult = ERROR_SUCCESS;
+};
+BackgroundCopies& Copies() {
+    static auto* copies = new BackgroundCopies();
+    return *copies;
+}
 
 HRESULT FromWin32(DWORD error) { return error == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(error); }
 
@@ -170,12 +175,12 @@ HRESULT StartCompression(const FolderPlace& archive, std::vector<ZipSource> sour
         return E_UNEXPECTED;
     }
     {
-        std::lock_guard guard(g_copiesLock);
-        ++g_copiesRunning;
+        std::lock_guard guard(Copies().lock);
+        ++Copies().running;
     }
     std::promise<void> shown;
     std::future<void> started = shown.get_future();
-    std::thread([handle, file, archive, sources = std::move(sources), options, &shown] {
+    std::thread([handle, file, archive, sources = std::move(sources), options, shown = std::move(shown)]() mutable {
         HWND window = CreateWindowExW(0, PROGRESS_CLASSW, kProgressTitle, WS_POPUP | WS_CAPTION | WS_VISIBLE, 0, 0, 400, 80,
                                       nullptr, nullptr, nullptr, nullptr);
         shown.set_value();
@@ -183,10 +188,10 @@ HRESULT StartCompression(const FolderPlace& archive, std::vector<ZipSource> sour
                                              [window](int percent) { SendMessageW(window, PBM_SETPOS, static_cast<WPARAM>(percent), 0); });
         if (window != nullptr) DestroyWindow(window);
         CloseHandle(handle);
-        std::lock_guard guard(g_copiesLock);
-        g_lastCopyResult = result;
-        --g_copiesRunning;
-        g_copiesDone.notify_all();
+        std::lock_guard guard(Copies().lock);
+        Copies().lastResult = result;
+        --Copies().running;
+        Copies().done.notify_all();
     }).detach();
     started.wait();
     return S_OK;
@@ -218,14 +223,7 @@ public:
             std::vector<ZipTopItem> top;
             if (!ListZipTop(place_.hostPath, top)) return FromWin32(ERROR_FILE_CORRUPT);
             for (const ZipTopItem& entry : top) items.push_back({entry.name, entry.folder, true, place_.win32Path, place_.hostPath});
-        } else if (DIR* folder = opendir(place_.hostPath.c_str())) {
-            std::vector<std::string> names;
-            while (const dirent* entry = readdir(folder)) {
-                const std::string name = entry->d_name;
-                if (name != "." && name != "..") names.push_back(name);
-            }
-            closedir(folder);
-            std::sort(names.begin(), names.end());
+        } else if (std::vector<std::string> names; HostFolderNames(place_.hostPath, names)) {
             for (const std::string& name : names) {
                 const WString path = JoinPath(place_.win32Path, WStrFromUtf8(name));
                 const DWORD attributes = GetFileAttributesW(path.c_str());
@@ -363,9 +361,9 @@ const bool g_registered = RegisterComClass(kShellApplicationClass, &ShellApplica
 }  // namespace
 
 DWORD WaitForShellCopies() {
-    std::unique_lock guard(g_copiesLock);
-    g_copiesDone.wait(guard, [] { return g_copiesRunning == 0; });
-    return g_lastCopyResult;
+    std::unique_lock guard(Copies().lock);
+    Copies().done.wait(guard, [] { return Copies().running == 0; });
+    return Copies().lastResult;
 }
 
 }  // namespace vlx

@@ -195,16 +195,7 @@ public:
         struct stat link {};
         if (lstat(hostPath.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) return ERROR_SUCCESS;  // a link to a folder is not entered
         std::vector<std::string> names;
-        if (DIR* folder = opendir(hostPath.c_str())) {
-            while (const dirent* entry = readdir(folder)) {
-                const std::string entryName = entry->d_name;
-                if (entryName != "." && entryName != "..") names.push_back(entryName);
-            }
-            closedir(folder);
-        } else {
-            return Win32ErrorFromErrno(errno);
-        }
-        std::sort(names.begin(), names.end());
+        if (!HostFolderNames(hostPath, names)) return Win32ErrorFromErrno(errno);
         for (const std::string& entryName : names) {
             if (const DWORD error = Add(hostPath + "/" + entryName, folderName + entryName); error != ERROR_SUCCESS) return error;
         }
@@ -325,14 +316,7 @@ DWORD WriteEntry(zip_t* archive, zip_uint64_t index, const std::string& target) 
 DWORD MoveIntoPlace(const std::string& staged, const std::string& destination, const std::string& relative,
                     const ReplaceQuestion& askReplace) {
     std::vector<std::string> names;
-    if (DIR* folder = opendir(staged.c_str())) {
-        while (const dirent* entry = readdir(folder)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.push_back(name);
-        }
-        closedir(folder);
-    }
-    std::sort(names.begin(), names.end());
+    if (!HostFolderNames(staged, names)) return Win32ErrorFromErrno(errno);
     for (const std::string& name : names) {
         const std::string from = staged + "/" + name;
         const std::string to = destination + "/" + DiskName(destination, name);
@@ -361,6 +345,18 @@ DWORD MoveIntoPlace(const std::string& staged, const std::string& destination, c
 }
 
 }  // namespace
+
+bool HostFolderNames(const std::string& folder, std::vector<std::string>& names) {
+    DIR* listing = opendir(folder.c_str());
+    if (listing == nullptr) return false;
+    while (const dirent* entry = readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    closedir(listing);
+    std::sort(names.begin(), names.end());
+    return true;
+}
 
 bool ListZipTop(const std::string& archiveHostPath, std::vector<ZipTopItem>& items) {
     int error = 0;

@@ -12,6 +12,9 @@
 
 namespace vlx {
 
+// The names in a host folder but "." and "..", sorted; false when it cannot be listed (errno set).
+bool HostFolderNames(const std::string& folder, std::vector<std::string>& names);
+
 // A file or folder of the host to put into an archive under its own name.
 struct ZipSource {
     std::string hostPath;
