@@ -42,20 +42,20 @@ void MakeData() {
     uint64_t smallBytes = 0;
     const char* words[] = {"velmora ", "archive ", "folder ", "zip ", "shell ", "日本語 ", "data\n"};
     for (long i = 0; i < g_settings.smallFiles; ++i) {
-        const fs::path folder = fs::path(g_root) / "tree" / "small" / ("d" + std::to_string(i / perFolder));
+        const fs::path folder = fs::path(g_root) / "tree" / "small" / std::string("d").append(std::to_string(i / perFolder));
         if (i % perFolder == 0) fs::create_directories(folder);
         content.clear();
         const size_t length = 200 + random() % 8000;
         while (content.size() < length) content += words[random() % 7];
         smallBytes += content.size();
-        std::ofstream(folder / ("f" + std::to_string(i) + ".txt"), std::ios::binary) << content;
+        std::ofstream(folder / std::string("f").append(std::to_string(i)).append(".txt"), std::ios::binary) << content;
     }
     const uint64_t total = static_cast<uint64_t>(g_settings.bigMiB) << 20;
     const uint64_t eachBig = total > smallBytes ? (total - smallBytes) / 4 : 0;
     fs::create_directories(fs::path(g_root) / "tree" / "big");
     std::string block(1 << 20, 0);
     for (int file = 0; file < 4; ++file) {
-        std::ofstream big(fs::path(g_root) / "tree" / "big" / ("large" + std::to_string(file) + ".bin"), std::ios::binary);
+        std::ofstream big(fs::path(g_root) / "tree" / "big" / std::string("large").append(std::to_string(file)).append(".bin"), std::ios::binary);
         for (uint64_t done = 0; done < eachBig; done += block.size()) {
             for (size_t j = 0; j < block.size(); ++j) block[j] = (j / 4096) % 2 ? static_cast<char>(random()) : static_cast<char>('a' + j % 7);
             big.write(block.data(), static_cast<std::streamsize>(std::min<uint64_t>(block.size(), eachBig - done)));
@@ -65,7 +65,11 @@ void MakeData() {
 
 void Remove(const std::string& name) { fs::remove_all(fs::path(g_root) / name); }
 
-int Shell(const std::string& command) { return std::system(("cd '" + g_root + "' && " + command + " >/dev/null 2>&1").c_str()); }
+int Shell(const std::string& command) {
+    std::string line = "cd '";
+    line.append(g_root).append("' && ").append(command).append(" >/dev/null 2>&1");
+    return std::system(line.c_str());
+}
 
 void CompressWithVelmora(benchmark::State& state) {
     ApiPatch<&Win32Api::Sleep> pause([](DWORD) { vlx::WaitForShellCopies(); });
@@ -74,7 +78,11 @@ void CompressWithVelmora(benchmark::State& state) {
         Remove("velmora.zip");
         state.ResumeTiming();
         int code = 0;
-        if (!CompressToZip(_T("B:\\tree"), _T("B:\\velmora.zip"), 1, &code)) state.SkipWithError(("CompressToZip code " + std::to_string(code)).c_str());
+        if (!CompressToZip(_T("B:\\tree"), _T("B:\\velmora.zip"), 1, &code)) {
+            std::string message = "CompressToZip detail code ";
+            message.append(std::to_string(code));
+            state.SkipWithError(message.c_str());
+        }
     }
 }
 
