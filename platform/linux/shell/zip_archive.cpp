@@ -7,11 +7,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "../core/internal.h"
@@ -176,11 +181,227 @@ struct ZipCloser {
 };
 using OpenArchive = std::unique_ptr<zip_t, ZipCloser>;
 
+// ---- Files deflated side by side
+//
+// libzip compresses each entry on the thread that closes the archive, one after the other. Here every file
+// is deflated ahead on all of the machine's cores and handed to libzip as data already compressed (a
+// source that reports the deflate method, both sizes and the CRC), which libzip writes as it stands, in
+// the archive's order. Small outputs stay in memory; larger ones go to an unnamed temporary file.
+class DeflatePool {
+public:
+    struct Job {
+        std::string hostPath;
+        bool done = false;
+        int error = 0;  // errno of a file that could not be read
+        std::vector<BYTE> data;
+        int spill = -1;  // the temporary file holding the output once it outgrew memory
+        zip_uint64_t inputSize = 0, outputSize = 0;
+        uLong crc = 0;
+        time_t mtime = 0;
+    };
+
+    explicit DeflatePool(std::string temporaryFolder) : temporaryFolder_(std::move(temporaryFolder)) {}
+    ~DeflatePool() {
+        {
+            std::lock_guard guard(lock_);
+            stop_ = true;
+        }
+        for (std::thread& worker : workers_) worker.join();
+        for (const auto& job : jobs_) {
+            if (job->spill >= 0) close(job->spill);
+        }
+    }
+    DeflatePool(const DeflatePool&) = delete;
+    DeflatePool& operator=(const DeflatePool&) = delete;
+
+    // Before Start only.
+    size_t Add(std::string hostPath) {
+        jobs_.push_back(std::make_unique<Job>());
+        jobs_.back()->hostPath = std::move(hostPath);
+        return jobs_.size() - 1;
+    }
+    void Start() {
+        const size_t threads = std::max(1u, std::thread::hardware_concurrency());
+        for (size_t at = 0; at < std::min(threads, jobs_.size()); ++at) workers_.emplace_back([this] { Work(); });
+    }
+    // The job once deflated; its fields are no longer written.
+    const Job& Wait(size_t index) {
+        std::unique_lock guard(lock_);
+        finished_.wait(guard, [&] { return jobs_[index]->done; });
+        return *jobs_[index];
+    }
+
+private:
+    static constexpr size_t kBlock = 1 << 20;
+    static constexpr size_t kKeptInMemory = 4 << 20;
+
+    void Work() {
+        std::vector<Bytef> input(kBlock), output(kBlock);
+        z_stream stream{};
+        const bool ready = deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) == Z_OK;
+        for (;;) {
+            size_t index = 0;
+            {
+                std::lock_guard guard(lock_);
+                if (stop_ || next_ >= jobs_.size()) break;
+                index = next_++;
+            }
+            Job& job = *jobs_[index];
+            if (ready) {
+                deflateReset(&stream);
+                Deflate(job, stream, input, output);
+            } else {
+                job.error = ENOMEM;
+            }
+            {
+                std::lock_guard guard(lock_);
+                job.done = true;
+            }
+            finished_.notify_all();
+        }
+        if (ready) deflateEnd(&stream);
+    }
+
+    void Deflate(Job& job, z_stream& stream, std::vector<Bytef>& input, std::vector<Bytef>& output) {
+        const int file = open(job.hostPath.c_str(), O_RDONLY | O_CLOEXEC);
+        if (file < 0) {
+            job.error = errno;
+            return;
+        }
+        struct stat status {};
+        if (fstat(file, &status) == 0) job.mtime = status.st_mtime;
+        job.crc = crc32(0, Z_NULL, 0);
+        for (bool last = false; !last && job.error == 0;) {
+            const ssize_t got = read(file, input.data(), input.size());
+            if (got < 0) {
+                job.error = errno;
+                break;
+            }
+            last = got == 0;
+            job.crc = crc32(job.crc, input.data(), static_cast<uInt>(got));
+            job.inputSize += static_cast<zip_uint64_t>(got);
+            stream.next_in = input.data();
+            stream.avail_in = static_cast<uInt>(got);
+            do {
+                stream.next_out = output.data();
+                stream.avail_out = static_cast<uInt>(output.size());
+                deflate(&stream, last ? Z_FINISH : Z_NO_FLUSH);
+                Emit(job, output.data(), output.size() - stream.avail_out);
+            } while (stream.avail_out == 0 && job.error == 0);
+        }
+        close(file);
+    }
+
+    void Emit(Job& job, const Bytef* bytes, size_t count) {
+        if (count == 0) return;
+        if (job.spill < 0 && job.data.size() + count > kKeptInMemory) {
+            job.spill = open(temporaryFolder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+            if (job.spill < 0) job.spill = open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+            if (job.spill < 0 || write(job.spill, job.data.data(), job.data.size()) != static_cast<ssize_t>(job.data.size())) {
+                job.error = errno != 0 ? errno : EIO;
+                return;
+            }
+            std::vector<BYTE>().swap(job.data);
+        }
+        if (job.spill >= 0) {
+            if (write(job.spill, bytes, count) != static_cast<ssize_t>(count)) job.error = errno != 0 ? errno : EIO;
+        } else {
+            job.data.insert(job.data.end(), bytes, bytes + count);
+        }
+        job.outputSize += count;
+    }
+
+    std::string temporaryFolder_;
+    std::vector<std::unique_ptr<Job>> jobs_;  // fixed once started
+    std::vector<std::thread> workers_;
+    std::mutex lock_;
+    std::condition_variable finished_;
+    size_t next_ = 0;
+    bool stop_ = false;
+};
+
+// One file of the pool as a libzip source of already deflated data.
+class DeflatedSource {
+public:
+    DeflatedSource(DeflatePool& pool, size_t index) : pool_(pool), index_(index) { zip_error_init(&error_); }
+    ~DeflatedSource() { zip_error_fini(&error_); }
+    DeflatedSource(const DeflatedSource&) = delete;
+    DeflatedSource& operator=(const DeflatedSource&) = delete;
+
+    static zip_int64_t Callback(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+        auto* self = static_cast<DeflatedSource*>(state);
+        if (command == ZIP_SOURCE_FREE) {
+            delete self;
+            return 0;
+        }
+        return self->Serve(data, length, command);
+    }
+
+private:
+    zip_int64_t Serve(void* data, zip_uint64_t length, zip_source_cmd_t command) {
+        switch (command) {
+            case ZIP_SOURCE_OPEN:
+            case ZIP_SOURCE_STAT: {
+                const DeflatePool::Job& job = pool_.Wait(index_);
+                if (job.error != 0) {
+                    zip_error_set(&error_, ZIP_ER_READ, job.error);
+                    return -1;
+                }
+                if (command == ZIP_SOURCE_OPEN) {
+                    position_ = 0;
+                    return 0;
+                }
+                auto* status = static_cast<zip_stat_t*>(data);
+                zip_stat_init(status);
+                status->size = job.inputSize;
+                status->comp_size = job.outputSize;
+                status->comp_method = ZIP_CM_DEFLATE;
+                status->encryption_method = ZIP_EM_NONE;
+                status->crc = static_cast<zip_uint32_t>(job.crc);
+                status->mtime = job.mtime;
+                status->valid |= ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD | ZIP_STAT_CRC |
+                                 ZIP_STAT_MTIME;
+                return sizeof(zip_stat_t);
+            }
+            case ZIP_SOURCE_READ: {
+                const DeflatePool::Job& job = pool_.Wait(index_);
+                const zip_uint64_t count = std::min(length, job.outputSize - position_);
+                if (job.spill >= 0) {
+                    const ssize_t got = pread(job.spill, data, static_cast<size_t>(count), static_cast<off_t>(position_));
+                    if (got < 0) {
+                        zip_error_set(&error_, ZIP_ER_READ, errno);
+                        return -1;
+                    }
+                    position_ += static_cast<zip_uint64_t>(got);
+                    return got;
+                }
+                std::memcpy(data, job.data.data() + position_, static_cast<size_t>(count));
+                position_ += count;
+                return static_cast<zip_int64_t>(count);
+            }
+            case ZIP_SOURCE_CLOSE: return 0;
+            case ZIP_SOURCE_ERROR: return zip_error_to_data(&error_, data, length);
+            case ZIP_SOURCE_SUPPORTS:
+                return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
+                                                      ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SUPPORTS, -1);
+            default:
+                zip_error_set(&error_, ZIP_ER_OPNOTSUPP, 0);
+                return -1;
+        }
+    }
+
+    DeflatePool& pool_;
+    size_t index_;
+    zip_uint64_t position_ = 0;
+    zip_error_t error_;
+};
+
 // ---- Compression
 
 class Compression {
 public:
-    Compression(zip_t* archive, const ReplaceQuestion& askReplace) : archive_(archive), askReplace_(askReplace) {}
+    Compression(zip_t* archive, DeflatePool& pool, const ReplaceQuestion& askReplace)
+        : archive_(archive), pool_(pool), askReplace_(askReplace) {}
 
     // ERROR_SUCCESS, ERROR_CANCELLED when the user stopped, or the error of a source that cannot be read.
     DWORD Add(const std::string& hostPath, const std::string& name) {
@@ -210,15 +431,12 @@ private:
             if (answer == IDNO) return ERROR_SUCCESS;
             if (answer != IDYES) return ERROR_CANCELLED;
         }
-        zip_error_t error;
-        zip_error_init(&error);
-        zip_source_t* data = zip_source_file_create(hostPath.c_str(), 0, -1, &error);
+        auto* deflated = new DeflatedSource(pool_, pool_.Add(hostPath));
+        zip_source_t* data = zip_source_function(archive_, &DeflatedSource::Callback, deflated);
         if (data == nullptr) {
-            const DWORD code = ErrorFromZip(&error);
-            zip_error_fini(&error);
-            return code;
+            delete deflated;
+            return ErrorFromZip(zip_get_error(archive_));
         }
-        zip_error_fini(&error);
         const zip_int64_t placed = existing >= 0 ? (zip_file_replace(archive_, static_cast<zip_uint64_t>(existing), data, 0) == 0 ? existing : -1)
                                                  : zip_file_add(archive_, name.c_str(), data, ZIP_FL_ENC_UTF_8);
         if (placed < 0) {
@@ -229,6 +447,7 @@ private:
     }
 
     zip_t* archive_;
+    DeflatePool& pool_;
     const ReplaceQuestion& askReplace_;
 };
 
@@ -381,7 +600,10 @@ bool ListZipTop(const std::string& archiveHostPath, std::vector<ZipTopItem>& ite
 
 DWORD CompressIntoZip(int fd, const std::string& archiveHostPath, const std::vector<ZipSource>& sources,
                       const ReplaceQuestion& askReplace, const std::function<void(int percent)>& progress) {
-    HandleSource state(fd, std::filesystem::path(archiveHostPath).parent_path().string());
+    const std::string folder = std::filesystem::path(archiveHostPath).parent_path().string();
+    HandleSource state(fd, folder);
+    // Declared before the archive, so that the archive and its sources go first.
+    DeflatePool pool(folder);
     zip_error_t error;
     zip_error_init(&error);
     zip_source_t* source = zip_source_function_create(&HandleSource::Callback, &state, &error);
@@ -398,10 +620,11 @@ DWORD CompressIntoZip(int fd, const std::string& archiveHostPath, const std::vec
     }
     zip_error_fini(&error);
     OpenArchive archive(opened);
-    Compression compression(archive.get(), askReplace);
+    Compression compression(archive.get(), pool, askReplace);
     for (const ZipSource& item : sources) {
         if (const DWORD failed = compression.Add(item.hostPath, WStrToUtf8(item.name)); failed != ERROR_SUCCESS) return failed;
     }
+    pool.Start();
     if (progress) zip_register_progress_callback_with_state(archive.get(), 0.01, ReportProgress, nullptr,
                                                             const_cast<std::function<void(int)>*>(&progress));
     if (zip_close(archive.get()) != 0) return ErrorFromZip(zip_get_error(archive.get()));
