@@ -10,10 +10,12 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -497,7 +499,7 @@ std::string DiskName(const std::string& folder, const std::string& name) {
     return found.empty() ? name : found;
 }
 
-DWORD WriteEntry(zip_t* archive, zip_uint64_t index, const std::string& target) {
+DWORD WriteEntry(zip_t* archive, zip_uint64_t index, const std::string& target, std::vector<char>& block) {
     zip_file_t* entry = zip_fopen_index(archive, index, 0);
     if (entry == nullptr) return ErrorFromZip(zip_get_error(archive));
     const int out = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -506,7 +508,6 @@ DWORD WriteEntry(zip_t* archive, zip_uint64_t index, const std::string& target) 
         zip_fclose(entry);
         return Win32ErrorFromErrno(error);
     }
-    std::vector<char> block(kCopyBlock);
     DWORD result = ERROR_SUCCESS;
     for (;;) {
         // libzip checks the entry's CRC when the last byte has been read, and fails that read.
@@ -670,17 +671,49 @@ DWORD ExtractFromZipArchive(const std::string& archiveHostPath, const std::vecto
         }
     } removeStaging{staging};
 
+    // Folders first, in the archive's order; then the files, spread over the cores.
+    std::vector<std::pair<zip_uint64_t, std::string>> files;  // entry and staged path
+    std::map<std::string, size_t> fileAt;                     // a name given twice: the later entry wins
     for (const Planned& entry : plan) {
         const size_t folders = entry.folder ? entry.parts.size() : entry.parts.size() - 1;
         std::error_code made;
         std::filesystem::create_directories(staging + "/" + Join(entry.parts, folders), made);
         if (made) return Win32ErrorFromErrno(made.value());
         if (entry.folder) continue;
-        const std::string target = staging + "/" + Join(entry.parts, entry.parts.size());
-        struct stat existing {};
-        if (lstat(target.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode)) return ERROR_FILE_CORRUPT;
-        if (const DWORD error = WriteEntry(archive.get(), entry.index, target); error != ERROR_SUCCESS) return error;
+        std::string target = staging + "/" + Join(entry.parts, entry.parts.size());
+        const auto [at, added] = fileAt.emplace(target, files.size());
+        if (added) files.emplace_back(entry.index, std::move(target));
+        else files[at->second].first = entry.index;
     }
+    for (const auto& [index, target] : files) {
+        struct stat existing {};
+        if (lstat(target.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode)) return ERROR_FILE_CORRUPT;  // a file and a folder of one name
+    }
+
+    // Each worker reads through a handle on the archive of its own: libzip's are not shared between threads.
+    std::atomic<size_t> next{0};
+    std::atomic<DWORD> failure{ERROR_SUCCESS};
+    auto work = [&](zip_t* reader) {
+        std::vector<char> block(kCopyBlock);
+        for (size_t at = next++; at < files.size() && failure == ERROR_SUCCESS; at = next++) {
+            const DWORD error = WriteEntry(reader, files[at].first, files[at].second, block);
+            DWORD none = ERROR_SUCCESS;
+            if (error != ERROR_SUCCESS) failure.compare_exchange_strong(none, error);
+        }
+    };
+    std::vector<OpenArchive> readers;
+    std::vector<std::thread> workers;
+    const size_t threads = std::min<size_t>(std::max(1u, std::thread::hardware_concurrency()), files.size());
+    for (size_t extra = 1; extra < threads; ++extra) {
+        int readerError = 0;
+        zip_t* reader = zip_open(archiveHostPath.c_str(), ZIP_RDONLY, &readerError);
+        if (reader == nullptr) break;  // the threads that have a handle share the work
+        readers.emplace_back(reader);
+        workers.emplace_back(work, reader);
+    }
+    work(archive.get());
+    for (std::thread& worker : workers) worker.join();
+    if (failure != ERROR_SUCCESS) return failure;
     return MoveIntoPlace(staging, destinationHost, "", askReplace);
 }
 
