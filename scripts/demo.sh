@@ -89,3 +89,16 @@ show --map "E=$work/e" wim unmount 'E:\data.wim' 1 'E:\mnt' --commit
 echo
 echo "\$ wimlib-imagex dir data.wim 1 | grep docs"
 wimlib-imagex dir "$work/e/data.wim" 1 | grep docs
+# ---- Shell archives and shortcuts: a tree zipped through the shell's compressed folders, checked by
+# unzip and unpacked again, and a shortcut's command line.
+echo
+echo "Zip: D:\\docs and D:\\pics into E:\\archive.zip, tested by unzip, then unpacked into E:\\unpacked"
+show --map "D=$work/data" --map "E=$work/e" zip 'D:\docs' 'E:\archive'
+show --map "D=$work/data" --map "E=$work/e" zip 'D:\pics' 'E:\archive.zip'
+(cd "$work/e" && unzip -tq archive.zip)
+show --map "E=$work/e" unzip 'E:\archive.zip' 'E:\unpacked\here'
+(diff -r "$work/data/docs" "$work/e/unpacked/here/docs" && diff -r "$work/data/pics" "$work/e/unpacked/here/pics" && echo "unpacked tree equals the source")
+echo
+echo "A shortcut whose target comes from %ProgramFiles%, expanded; its arguments stay as stored"
+cp "$(dirname "$0")/../tests/data/lnk/e_handmade_expsz.lnk" "$work/e/tool.lnk"
+ProgramFiles='C:\Program Files' show --map "E=$work/e" shortcut 'E:\tool.lnk'

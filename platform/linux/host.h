@@ -127,3 +127,10 @@ WString HostFolderVolumeName(const std::string& hostFolder);
 WString SecurityDescriptorToSddl(const void* descriptor);
 
 }  // namespace vlx
+
+// ---- The shell's background copies (compression into zip folders).
+namespace vlx {
+// Waits until no compression started by a CopyHere is running; the result of the last one that ended
+// (ERROR_SUCCESS, ERROR_CANCELLED when the user stopped it at a question, or the error that stopped it).
+DWORD WaitForShellCopies();
+}  // namespace vlx

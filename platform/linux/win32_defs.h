@@ -718,6 +718,7 @@ typedef struct {
 
 // ---- Shell archives and shortcuts: COM, automation types, the shell's folder objects and shell links.
 // Interfaces are declared in the order of the published ones, so that vtable slots match Windows.
+#define ERROR_FILE_CORRUPT 1392L
 typedef int errno_t;
 typedef WCHAR OLECHAR;
 typedef OLECHAR* LPOLESTR;

@@ -1,0 +1,181 @@
+// Zip through the shell exports against zip -r -6 and unzip on the same data, in one run: a mixed tree of
+// 10,000 small files and four large ones (1 GiB in all), compressed by CompressToZip (silent) and by
+// zip -r -6, then extracted by ExtractFromZip and by unzip, and the ratios of their times. The goal is at
+// most 1.2 times the standard tool's time.
+//
+//     zip_bench [--small-files N] [--big-mib M] [--dir DIR]
+//
+// The export's own waits are kept out of its time: its pauses wait for the shell's thread instead of the
+// clock, so what is measured is the compression itself. Outputs are removed outside the timed part.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <string>
+
+#include <velmora/velmora.h>
+
+#include "../platform/api_patch.h"
+#include "../platform/linux/host.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Settings {
+    long smallFiles = 10000;
+    long bigMiB = 1024;  // the whole tree; the large files get what the small ones leave
+    std::string dir = fs::temp_directory_path();
+};
+Settings g_settings;
+std::string g_root;
+
+// Text-like small files and large files of mixed runs and noise, so that deflate has work of both kinds.
+void MakeData() {
+    std::mt19937 random(4242);
+    const long perFolder = 500;
+    std::string content;
+    uint64_t smallBytes = 0;
+    const char* words[] = {"velmora ", "archive ", "folder ", "zip ", "shell ", "日本語 ", "data\n"};
+    for (long i = 0; i < g_settings.smallFiles; ++i) {
+        const fs::path folder = fs::path(g_root) / "tree" / "small" / std::string("d").append(std::to_string(i / perFolder));
+        if (i % perFolder == 0) fs::create_directories(folder);
+        content.clear();
+        const size_t length = 200 + random() % 8000;
+        while (content.size() < length) content += words[random() % 7];
+        smallBytes += content.size();
+        std::ofstream(folder / std::string("f").append(std::to_string(i)).append(".txt"), std::ios::binary) << content;
+    }
+    const uint64_t total = static_cast<uint64_t>(g_settings.bigMiB) << 20;
+    const uint64_t eachBig = total > smallBytes ? (total - smallBytes) / 4 : 0;
+    fs::create_directories(fs::path(g_root) / "tree" / "big");
+    std::string block(1 << 20, 0);
+    for (int file = 0; file < 4; ++file) {
+        std::ofstream big(fs::path(g_root) / "tree" / "big" / std::string("large").append(std::to_string(file)).append(".bin"), std::ios::binary);
+        for (uint64_t done = 0; done < eachBig; done += block.size()) {
+            for (size_t j = 0; j < block.size(); ++j) block[j] = (j / 4096) % 2 ? static_cast<char>(random()) : static_cast<char>('a' + j % 7);
+            big.write(block.data(), static_cast<std::streamsize>(std::min<uint64_t>(block.size(), eachBig - done)));
+        }
+    }
+}
+
+void Remove(const std::string& name) { fs::remove_all(fs::path(g_root) / name); }
+
+int Shell(const std::string& command) {
+    std::string line = "cd '";
+    line.append(g_root).append("' && ").append(command).append(" >/dev/null 2>&1");
+    return std::system(line.c_str());
+}
+
+void CompressWithVelmora(benchmark::State& state) {
+    ApiPatch<&Win32Api::Sleep> pause([](DWORD) { vlx::WaitForShellCopies(); });
+    for (auto _ : state) {
+        state.PauseTiming();
+        Remove("velmora.zip");
+        state.ResumeTiming();
+        int code = 0;
+        if (!CompressToZip(_T("B:\\tree"), _T("B:\\velmora.zip"), 1, &code)) {
+            std::string message = "CompressToZip detail code ";
+            message.append(std::to_string(code));
+            state.SkipWithError(message.c_str());
+        }
+    }
+}
+
+void CompressWithZip(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        Remove("zip.zip");
+        state.ResumeTiming();
+        if (Shell("zip -qr -6 zip.zip tree") != 0) state.SkipWithError("zip failed");
+    }
+}
+
+void ExtractWithVelmora(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        Remove("out-velmora");
+        state.ResumeTiming();
+        if (!ExtractFromZip(_T("B:\\zip.zip"), _T("B:\\out-velmora"), 1)) state.SkipWithError("ExtractFromZip failed");
+    }
+    Remove("out-velmora");
+}
+
+void ExtractWithUnzip(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        Remove("out-unzip");
+        state.ResumeTiming();
+        if (Shell("unzip -q zip.zip -d out-unzip") != 0) state.SkipWithError("unzip failed");
+    }
+    Remove("out-unzip");
+}
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) seconds[run.run_name.function_name] = run.real_accumulated_time / run.iterations;
+        }
+    }
+    std::map<std::string, double> seconds;
+};
+
+void PrintRatio(const RatioReporter& reporter, const char* ours, const char* theirs) {
+    auto a = reporter.seconds.find(ours);
+    auto b = reporter.seconds.find(theirs);
+    if (a == reporter.seconds.end() || b == reporter.seconds.end() || b->second <= 0) return;
+    std::printf("%-16s %8.3f s   %-14s %8.3f s   ratio %.3f (goal <= 1.2)\n", ours, a->second, theirs, b->second, a->second / b->second);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<char*> rest{argv[0]};
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--small-files" && i + 1 < argc) g_settings.smallFiles = std::atol(argv[++i]);
+        else if (arg == "--big-mib" && i + 1 < argc) g_settings.bigMiB = std::atol(argv[++i]);
+        else if (arg == "--dir" && i + 1 < argc) g_settings.dir = argv[++i];
+        else rest.push_back(argv[i]);
+    }
+    int restCount = static_cast<int>(rest.size());
+    benchmark::Initialize(&restCount, rest.data());
+
+    std::string pattern = g_settings.dir + "/velmora-zip-bench-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    g_root = pattern;
+    std::printf("making %ld small files and four large ones, %ld MiB in all, under %s\n", g_settings.smallFiles, g_settings.bigMiB,
+                g_root.c_str());
+    std::fflush(stdout);
+    MakeData();
+    vlx::MapDrive('B', g_root);
+
+    // zip's archive first: both extractions read it.
+    benchmark::RegisterBenchmark("zip -r -6", CompressWithZip)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("CompressToZip", CompressWithVelmora)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("unzip", ExtractWithUnzip)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("ExtractFromZip", ExtractWithVelmora)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    std::printf("\n");
+    PrintRatio(reporter, "CompressToZip", "zip -r -6");
+    PrintRatio(reporter, "ExtractFromZip", "unzip");
+    std::printf("archive sizes: CompressToZip %llu bytes, zip -r -6 %llu bytes\n",
+                static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "velmora.zip") ? fs::file_size(fs::path(g_root) / "velmora.zip") : 0),
+                static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "zip.zip") ? fs::file_size(fs::path(g_root) / "zip.zip") : 0));
+
+    vlx::UnmapDrive('B');
+    fs::remove_all(g_root);
+    return 0;
+}
