@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <cstdio>
@@ -397,6 +398,70 @@ TEST_F(NtfsEngine, HolesAreRunsWithoutClusters) {
     file.reset();
     const std::string expected = tail.substr(0, 4096) + std::string((1 << 20) - 4096, '\0') + tail;
     EXPECT_TRUE(BytesThroughRuns("\\sparse.bin", expected.size()) == expected);
+}
+
+TEST_F(NtfsEngine, CompressionIsSwitchedOnAndOffWithTheDataKept) {
+    Format(image_);
+    Attach();
+    std::string text;
+    while (text.size() < 256 * 1024) text += "Velmora compresses this line again and again. ";
+    Put("\\c.txt", text);
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\C.TXT"), file), ERROR_SUCCESS);
+    USHORT format = 0xFFFF;
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_NONE);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_DEFAULT), ERROR_SUCCESS);
+    EntryInfo info;
+    file->Info(info);
+    EXPECT_NE(info.attributes & FILE_ATTRIBUTE_COMPRESSED, 0u);
+    EXPECT_EQ(info.size, text.size());
+    EXPECT_LT(info.allocated, text.size() / 4);
+    // Each compression unit keeps the clusters it needs and leaves the rest as a run without clusters.
+    LONGLONG first = 0;
+    std::vector<Extent> extents;
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_TRUE(std::any_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn == -1; }));
+    file.reset();
+    EXPECT_TRUE(Get("\\c.txt") == text);
+    Detach();
+    EXPECT_TRUE(Shell(Tool("ntfscat") + " " + Quote(image_) + " /c.txt") == text);
+
+    Attach();
+    ASSERT_EQ(volume_->Open(W("\\c.txt"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_LZNT1);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_NONE), ERROR_SUCCESS);
+    file->Info(info);
+    EXPECT_EQ(info.attributes & FILE_ATTRIBUTE_COMPRESSED, 0u);
+    extents.clear();
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_TRUE(std::none_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn == -1; }));
+    EXPECT_EQ(file->SetCompression(7), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    file.reset();
+    EXPECT_TRUE(BytesThroughRuns("\\c.txt", text.size()) == text);
+
+    // A compressed folder makes new files compressed.
+    ASSERT_EQ(volume_->CreateFolder(W("\\packed")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Open(W("\\packed"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_LZNT1), ERROR_SUCCESS);
+    file.reset();
+    ASSERT_EQ(volume_->Query(W("\\packed"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_COMPRESSED));
+    Put("\\packed\\new.txt", text);
+    ASSERT_EQ(volume_->Open(W("\\packed\\new.txt"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_LZNT1);
+    file.reset();
+    Detach();
+    EXPECT_TRUE(Shell(Tool("ntfscat") + " " + Quote(image_) + " /packed/new.txt") == text);
+
+    // Clusters above 4 KiB cannot hold compressed data.
+    Format(image_, 8 << 20, 8192);
+    Attach();
+    Put("\\big-clusters.txt", text);
+    ASSERT_EQ(volume_->Open(W("\\big-clusters.txt"), file), ERROR_SUCCESS);
+    EXPECT_EQ(file->SetCompression(COMPRESSION_FORMAT_DEFAULT), static_cast<DWORD>(ERROR_INVALID_FUNCTION));
 }
 
 TEST_F(NtfsEngine, VolumeFactsAgreeWithTheBootSector) {
