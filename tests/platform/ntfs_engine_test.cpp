@@ -464,6 +464,53 @@ TEST_F(NtfsEngine, CompressionIsSwitchedOnAndOffWithTheDataKept) {
     EXPECT_EQ(file->SetCompression(COMPRESSION_FORMAT_DEFAULT), static_cast<DWORD>(ERROR_INVALID_FUNCTION));
 }
 
+TEST_F(NtfsEngine, SecurityDescriptorsAreReadAndReplacedPartByPart) {
+    constexpr DWORD kOwner = 0x1, kGroup = 0x2, kDacl = 0x4, kSacl = 0x8;
+    Format(image_);
+    Attach();
+    Put("\\guarded.txt", "g");
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\guarded.txt"), file), ERROR_SUCCESS);
+    std::vector<BYTE> whole, ownerAndGroup;
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup | kDacl | kSacl, whole), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup, ownerAndGroup), ERROR_SUCCESS);
+    ASSERT_GE(whole.size(), 20u);
+    EXPECT_EQ(whole[0], 1);
+    // Written back as read, the descriptor is the same bytes, also after the image is attached again.
+    ASSERT_EQ(file->SetSecurity(kOwner | kGroup | kDacl | kSacl, whole.data(), static_cast<DWORD>(whole.size())), ERROR_SUCCESS);
+    file.reset();
+    Detach();
+    Attach();
+    ASSERT_EQ(volume_->Open(W("\\guarded.txt"), file), ERROR_SUCCESS);
+    std::vector<BYTE> again;
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup | kDacl | kSacl, again), ERROR_SUCCESS);
+    EXPECT_EQ(again, whole);
+
+    // A descriptor holding only an empty access list replaces the access list and nothing else.
+    const std::vector<BYTE> emptyDacl = {1, 0, 0x04, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 20, 0, 0, 0,
+                                         2, 0, 8, 0, 0, 0, 0, 0};
+    ASSERT_EQ(file->SetSecurity(kDacl, emptyDacl.data(), static_cast<DWORD>(emptyDacl.size())), ERROR_SUCCESS);
+    std::vector<BYTE> dacl, kept;
+    ASSERT_EQ(file->GetSecurity(kDacl, dacl), ERROR_SUCCESS);
+    EXPECT_EQ(dacl, emptyDacl);
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup, kept), ERROR_SUCCESS);
+    EXPECT_EQ(kept, ownerAndGroup);
+
+    struct Refused {
+        const char* what;
+        std::vector<BYTE> bytes;
+        DWORD selection;
+    } refused[] = {
+        {"shorter than its head", std::vector<BYTE>(emptyDacl.begin(), emptyDacl.begin() + 12), kDacl},
+        {"access list past the end", std::vector<BYTE>(emptyDacl.begin(), emptyDacl.end() - 2), kDacl},
+        {"owner asked for but absent", emptyDacl, kOwner},
+    };
+    for (const Refused& r : refused) {
+        EXPECT_EQ(file->SetSecurity(r.selection, r.bytes.data(), static_cast<DWORD>(r.bytes.size())),
+                  static_cast<DWORD>(ERROR_INVALID_SECURITY_DESCR)) << r.what;
+    }
+}
+
 TEST_F(NtfsEngine, VolumeFactsAgreeWithTheBootSector) {
     Format(image_, 8 << 20, 2048);
     Attach();
