@@ -13,6 +13,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "../../platform/linux/volumes/ntfs/ntfs_engine.h"
 
@@ -168,6 +169,15 @@ TEST_F(NtfsEngine, ChangesSurviveDetachAndAreWhatNtfs3gToolsRead) {
 
     Attach();
     EXPECT_TRUE(Get("\\docs\\" + japanese + "\\BIG.BIN") == big);
+    // A file still open when the volume goes is written back with it and answers nothing afterwards.
+    std::shared_ptr<File> open;
+    ASSERT_EQ(volume_->Open(W("\\small.txt"), open), ERROR_SUCCESS);
+    DWORD done = 0;
+    ASSERT_EQ(open->Write(5, " world", 6, done), ERROR_SUCCESS);
+    Detach();
+    char byte = 0;
+    EXPECT_EQ(open->Read(0, &byte, 1, done), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Shell(Tool("ntfscat") + " " + Quote(image_) + " /small.txt"), "hello world");
 }
 
 TEST_F(NtfsEngine, FilesPutInByNtfscpAreFoundWithoutRegardToCaseUnderTheirOwnCase) {
@@ -206,6 +216,67 @@ TEST_F(NtfsEngine, ListingsFollowNameOrderAndLeaveOutTheFileSystemsOwnFiles) {
     EXPECT_EQ(volume_->List(W("\\"), W("*.none"), entries), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(volume_->List(W("\\Sub"), W("*"), entries), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(volume_->List(W("\\b.txt"), W("*"), entries), static_cast<DWORD>(ERROR_DIRECTORY));
+}
+
+TEST_F(NtfsEngine, AttributesTimesAndSizeAreKeptAsSet) {
+    Format(image_);
+    Attach();
+    Put("\\facts.bin", Pattern(100000, 8));
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\facts.bin"), file), ERROR_SUCCESS);
+    EntryInfo info;
+    file->Info(info);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE));  // new files are marked for backup
+    ASSERT_EQ(file->SetAttributes(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DIRECTORY), ERROR_SUCCESS);
+    const FILETIME created{0x11111111, 0x01D00000}, accessed{0x22222222, 0x01D10000}, written{0x33333333, 0x01D20000};
+    ASSERT_EQ(file->SetTimes(&created, &accessed, &written), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetSize(1000), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetTimes(nullptr, nullptr, &written), ERROR_SUCCESS);  // the truncation moved it
+    file.reset();
+    Detach();
+    Attach();
+    ASSERT_EQ(volume_->Query(W("\\FACTS.BIN"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(info.size, 1000u);
+    EXPECT_EQ(info.created.dwLowDateTime, created.dwLowDateTime);
+    EXPECT_EQ(info.created.dwHighDateTime, created.dwHighDateTime);
+    EXPECT_EQ(info.accessed.dwHighDateTime, accessed.dwHighDateTime);
+    EXPECT_EQ(info.written.dwLowDateTime, written.dwLowDateTime);
+    EXPECT_TRUE(Get("\\facts.bin") == Pattern(100000, 8).substr(0, 1000));
+    // Folders read as folders whatever is set on them, and hidden entries are listed.
+    ASSERT_EQ(volume_->CreateFolder(W("\\dir")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Query(W("\\dir"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(Names("\\"), (std::vector<std::string>{"dir", "facts.bin"}));
+}
+
+TEST_F(NtfsEngine, EveryHolderOfAFileSeesOneRecordAndCallsFromManyThreadsAreSerialised) {
+    Format(image_);
+    Attach();
+    Put("\\shared.txt", "before");
+    std::shared_ptr<File> writer, reader;
+    ASSERT_EQ(volume_->Open(W("\\shared.txt"), writer), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Open(W("\\SHARED.TXT"), reader), ERROR_SUCCESS);
+    DWORD done = 0;
+    ASSERT_EQ(writer->Write(0, "AFTER!!", 7, done), ERROR_SUCCESS);
+    char seen[8] = {};
+    ASSERT_EQ(reader->Read(0, seen, 7, done), ERROR_SUCCESS);
+    EXPECT_STREQ(seen, "AFTER!!");
+    writer.reset();
+    reader.reset();
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < 10; ++i) {
+                const std::string name = "\\t" + std::to_string(t) + "-" + std::to_string(i);
+                Put(name, Pattern(5000, static_cast<unsigned>(t * 100 + i)));
+                EXPECT_TRUE(Get(name) == Pattern(5000, static_cast<unsigned>(t * 100 + i))) << name;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(Names("\\", "t*").size(), 40u);
 }
 
 TEST_F(NtfsEngine, CallsFailWithTheCodesWindowsGives) {
