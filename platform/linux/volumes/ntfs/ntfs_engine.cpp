@@ -36,6 +36,7 @@ namespace {
 using Lock = std::lock_guard<std::recursive_mutex>;
 
 constexpr size_t kMaxNameUnits = 255;
+constexpr WCHAR kSeparator = u'\\';
 constexpr DWORD kMaxLinks = 1024;
 
 // ---- Device operations: the partition is the byte range [offset, offset + length) of the image file.
@@ -288,7 +289,7 @@ DWORD WalkPath(VolumeState& state, const WString& path, Walk& walk) {
     if (DWORD error = AcquireNode(state, FILE_root, current)) return error;
     if (parts.empty()) {
         walk.node = std::move(current);
-        walk.name = u"\\";
+        walk.name.assign(1, kSeparator);
         return ERROR_SUCCESS;
     }
     for (size_t i = 0; i < parts.size(); ++i) {
@@ -806,8 +807,11 @@ DWORD PathOf(VolumeState& state, u64 fileReference, WString& path) {
         node = std::move(up);
     }
     path.clear();
-    for (auto it = parts.rbegin(); it != parts.rend(); ++it) path += u"\\" + *it;
-    if (path.empty()) path = u"\\";
+    for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+        path.push_back(kSeparator);
+        path += *it;
+    }
+    if (path.empty()) path.assign(1, kSeparator);
     return ERROR_SUCCESS;
 }
 
@@ -920,7 +924,8 @@ DWORD File::LinkNames(std::vector<WString>& paths) {
     for (auto& [parent, name] : names) {
         WString folder;
         if (DWORD error = PathOf(*state_, parent, folder)) return error;
-        paths.push_back(folder == u"\\" ? folder + name : folder + u"\\" + name);
+        if (folder.size() > 1) folder.push_back(kSeparator);
+        paths.push_back(folder + name);
     }
     return ERROR_SUCCESS;
 }

@@ -3,7 +3,9 @@
 // or replace only the parts its selection names, as GetFileSecurityW and SetFileSecurityW do.
 #include "ntfs3g.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <cstring>
 
 #include "ntfs_internal.h"
@@ -75,20 +77,21 @@ bool TakeApart(const BYTE* bytes, DWORD length, Parts& parts) {
 
 // The parts laid out after the head in the order Windows writes them: audit list, access list, owner, group.
 std::vector<BYTE> PutTogether(const Parts& parts) {
-    std::vector<BYTE> out(kHeadSize, 0);
+    const std::vector<BYTE>* order[] = {&parts.sacl, &parts.dacl, &parts.owner, &parts.group};
+    const DWORD headOffsets[] = {kSaclOffset, kDaclOffset, kOwnerOffset, kGroupOffset};
+    size_t total = kHeadSize;
+    for (const std::vector<BYTE>* part : order) total += part->size();
+    std::vector<BYTE> out(total, 0);
     out[0] = kRevision;
     const WORD control = static_cast<WORD>(parts.control | SE_SELF_RELATIVE);
-    std::memcpy(out.data() + kControlOffset, &control, sizeof(control));
-    auto place = [&](const std::vector<BYTE>& part, DWORD headOffset) {
-        if (part.empty()) return;
-        const DWORD offset = static_cast<DWORD>(out.size());
-        std::memcpy(out.data() + headOffset, &offset, sizeof(offset));
-        out.insert(out.end(), part.begin(), part.end());
-    };
-    place(parts.sacl, kSaclOffset);
-    place(parts.dacl, kDaclOffset);
-    place(parts.owner, kOwnerOffset);
-    place(parts.group, kGroupOffset);
+    std::memcpy(&out[kControlOffset], &control, sizeof(control));
+    DWORD offset = kHeadSize;
+    for (size_t i = 0; i < std::size(order); ++i) {
+        if (order[i]->empty()) continue;
+        std::memcpy(&out[headOffsets[i]], &offset, sizeof(offset));
+        std::copy(order[i]->begin(), order[i]->end(), out.begin() + offset);
+        offset += static_cast<DWORD>(order[i]->size());
+    }
     return out;
 }
 
