@@ -393,6 +393,28 @@ TEST_F(NtfsEngine, FileReferencesOpenTheirRecordOnlyWhileTheSequenceMatches) {
     EXPECT_EQ(file->IsFolder(), false);
 }
 
+TEST_F(NtfsEngine, AChangeJournalIsMadeWhereNoneIsActiveAndKeptAcrossAttachments) {
+    Format(image_);
+    Attach();
+    vlx::ntfs::UsnJournal journal;
+    EXPECT_EQ(volume_->QueryUsnJournal(journal), static_cast<DWORD>(ERROR_JOURNAL_NOT_ACTIVE));
+    ASSERT_EQ(volume_->CreateUsnJournal(32 << 20, 4 << 20), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->QueryUsnJournal(journal), ERROR_SUCCESS);
+    const ULONGLONG id = journal.journalId;
+    EXPECT_NE(id, 0u);
+    EXPECT_EQ(journal.nextUsn, 0);
+    EXPECT_EQ(journal.maximumSize, 32u << 20);
+    EXPECT_EQ(journal.allocationDelta, 4u << 20);
+    ASSERT_EQ(volume_->CreateUsnJournal(1 << 20, 1 << 20), ERROR_SUCCESS);  // an active journal stays as it is
+    Detach();
+    Attach(true);
+    ASSERT_EQ(volume_->QueryUsnJournal(journal), ERROR_SUCCESS);
+    EXPECT_EQ(journal.journalId, id);
+    EXPECT_EQ(journal.maximumSize, 32u << 20);
+    // The journal is one of the file system's own files: not listed at the root.
+    EXPECT_EQ(Names("\\", "$*"), std::vector<std::string>{});
+}
+
 TEST_F(NtfsEngine, RetrievalPointersMapTheFilesBytesInTheImage) {
     Format(image_, 16 << 20, 4096);
     Attach();

@@ -24,6 +24,9 @@
 #ifndef ERROR_INVALID_SECURITY_DESCR
 #define ERROR_INVALID_SECURITY_DESCR 1338L
 #endif
+#ifndef ERROR_JOURNAL_NOT_ACTIVE
+#define ERROR_JOURNAL_NOT_ACTIVE 1179L
+#endif
 #ifndef ERROR_DISK_CORRUPT
 #define ERROR_DISK_CORRUPT 1393L
 #endif
@@ -66,8 +69,20 @@ struct MftRecord {
         WString name;
     };
     ULONGLONG fileReference = 0;
+    LONGLONG usn = 0;             // the record's last change in the journal; 0 when it has none
     DWORD attributes = 0;         // as EntryInfo::attributes
     std::vector<Name> names;      // every long name (hard links), in record order; 8.3 aliases left out
+};
+
+// The change journal's state, as USN_JOURNAL_DATA_V1 reports it.
+struct UsnJournal {
+    ULONGLONG journalId = 0;
+    LONGLONG firstUsn = 0;
+    LONGLONG nextUsn = 0;         // the journal stream's length: where the next change would be written
+    LONGLONG lowestValidUsn = 0;
+    LONGLONG maxUsn = 0;
+    ULONGLONG maximumSize = 0;
+    ULONGLONG allocationDelta = 0;
 };
 
 // One run of a file's data as FSCTL_GET_RETRIEVAL_POINTERS reports it.
@@ -155,6 +170,10 @@ public:
     DWORD CreateHardLink(const WString& newPath, const WString& existingPath);
     // Each in-use base record from the record number startRecord on, until visit returns false.
     DWORD EnumerateRecords(ULONGLONG startRecord, const std::function<bool(const MftRecord&)>& visit);
+    // The change journal ($Extend\$UsnJrnl); ERROR_JOURNAL_NOT_ACTIVE when the volume has none.
+    DWORD QueryUsnJournal(UsnJournal& journal);
+    // Makes the journal active, as `fsutil usn createjournal` does; an active journal is left as it is.
+    DWORD CreateUsnJournal(ULONGLONG maximumSize, ULONGLONG allocationDelta);
     // Volume-relative path of a file reference ("\" for the root).
     DWORD PathOfReference(ULONGLONG fileReference, WString& path);
 
