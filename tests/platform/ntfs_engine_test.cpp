@@ -2,6 +2,7 @@
 // directions, lookup and listing rules, hard links, compression, retrieval pointers checked against the
 // image's bytes, and broken images failing cleanly.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -669,6 +670,15 @@ TEST_F(NtfsEngine, BrokenImagesFailToAttachCleanly) {
     }
     std::unique_ptr<Volume> volume;
     EXPECT_EQ(Volume::Attach(root_ + "/absent.img", 0, 1 << 20, true, volume), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    // An image opened for reading only cannot carry a writable volume.
+    const int fd = open(image_.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(Volume::AttachImage(fd, 0, 8 << 20, false, volume), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    ASSERT_EQ(Volume::AttachImage(fd, 0, 8 << 20, true, volume), ERROR_SUCCESS);
+    close(fd);  // the engine keeps its own descriptor
+    EntryInfo root;
+    EXPECT_EQ(volume->Query(W("\\"), root), ERROR_SUCCESS);
+    EXPECT_EQ(root.attributes & FILE_ATTRIBUTE_DIRECTORY, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
 }
 
 }  // namespace

@@ -43,25 +43,20 @@ constexpr DWORD kMaxLinks = 1024;
 
 ImageDevice& DeviceOf(ntfs_device* dev) { return *static_cast<ImageDevice*>(dev->d_private); }
 
+// The image stays open for the volume's whole life (the engine holds its own duplicate of the caller's
+// descriptor); libntfs-3g's open and close only mark the device.
 int DeviceOpen(ntfs_device* dev, int flags) {
     ImageDevice& device = DeviceOf(dev);
-    const bool readOnly = (flags & O_ACCMODE) == O_RDONLY;
-    device.fd = open(device.imagePath.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC);
-    if (device.fd < 0) return -1;
     device.position = 0;
     NDevSetOpen(dev);
-    if (readOnly) NDevSetReadOnly(dev);
+    if ((flags & O_ACCMODE) == O_RDONLY) NDevSetReadOnly(dev);
     return 0;
 }
 
 int DeviceClose(ntfs_device* dev) {
     ImageDevice& device = DeviceOf(dev);
     int result = 0;
-    if (device.fd >= 0) {
-        if (device.written && fsync(device.fd) != 0) result = -1;
-        if (close(device.fd) != 0) result = -1;
-        device.fd = -1;
-    }
+    if (device.written && fsync(device.fd) != 0) result = -1;
     NDevClearOpen(dev);
     return result;
 }
@@ -523,6 +518,14 @@ Volume::~Volume() { Detach(); }
 
 DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG length, bool readOnly,
                      std::unique_ptr<Volume>& out) {
+    const int fd = open(imagePath.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC);
+    if (fd < 0) return Win32ErrorFromErrno(errno);
+    const DWORD result = AttachImage(fd, offset, length, readOnly, out);
+    close(fd);
+    return result;
+}
+
+DWORD Volume::AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out) {
     Lock lock(EngineLock());
     static const bool quiet = [] {
         ntfs_log_set_handler(ntfs_log_handler_null);  // failures come back as results, never as text
@@ -531,31 +534,28 @@ DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG l
     (void)quiet;
 
     if (length == 0 || offset + length < offset) return ERROR_INVALID_PARAMETER;
+    const int mode = fcntl(fd, F_GETFL);
+    if (mode < 0) return ERROR_INVALID_HANDLE;
+    if (!readOnly && (mode & O_ACCMODE) != O_RDWR) return ERROR_ACCESS_DENIED;
+    struct stat image {};
+    if (fstat(fd, &image) != 0 || static_cast<ULONGLONG>(image.st_size) < offset + length) {
+        return ERROR_FILE_CORRUPT;  // the image ends inside the volume: part of it is simply gone
+    }
     // Windows recognises NTFS by its boot sector alone; libntfs-3g would also fall back to the backup copy
     // at the end, so a volume whose first sector is gone is refused here, as Windows refuses it.
-    {
-        const int fd = open(imagePath.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) return Win32ErrorFromErrno(errno);
-        struct stat image {};
-        if (fstat(fd, &image) != 0 || static_cast<ULONGLONG>(image.st_size) < offset + length) {
-            close(fd);
-            return ERROR_FILE_CORRUPT;  // the image ends inside the volume: part of it is simply gone
-        }
-        NTFS_BOOT_SECTOR boot{};
-        const ssize_t got = pread(fd, &boot, sizeof(boot), static_cast<off_t>(offset));
-        close(fd);
-        if (got != static_cast<ssize_t>(sizeof(boot)) || length < sizeof(boot) ||
-            std::memcmp(&boot.oem_id, "NTFS    ", sizeof(boot.oem_id)) != 0) {
-            return ERROR_UNRECOGNIZED_VOLUME;
-        }
+    NTFS_BOOT_SECTOR boot{};
+    if (length < sizeof(boot) || pread(fd, &boot, sizeof(boot), static_cast<off_t>(offset)) != static_cast<ssize_t>(sizeof(boot)) ||
+        std::memcmp(&boot.oem_id, "NTFS    ", sizeof(boot.oem_id)) != 0) {
+        return ERROR_UNRECOGNIZED_VOLUME;
     }
 
     auto state = std::make_shared<VolumeState>();
-    state->device.imagePath = imagePath;
+    state->device.fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (state->device.fd < 0) return Win32ErrorFromErrno(errno);
     state->device.offset = offset;
     state->device.length = length;
     state->readOnly = readOnly;
-    ntfs_device* dev = ntfs_device_alloc(imagePath.c_str(), 0, &kImageDeviceOperations, &state->device);
+    ntfs_device* dev = ntfs_device_alloc("image", 0, &kImageDeviceOperations, &state->device);
     if (!dev) return ERROR_NOT_ENOUGH_MEMORY;
     const auto flags = static_cast<ntfs_mount_flags>(readOnly ? NTFS_MNT_RDONLY : NTFS_MNT_RECOVER);
     state->vol = ntfs_device_mount(dev, flags);
@@ -565,9 +565,6 @@ DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG l
         ntfs_device_free(dev);
         switch (error) {
             case EINVAL: return ERROR_UNRECOGNIZED_VOLUME;
-            case EACCES:
-            case EPERM:
-            case ENOENT: return Win32ErrorFromErrno(error);
             case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
             default: return ERROR_FILE_CORRUPT;
         }
@@ -589,8 +586,10 @@ DWORD Volume::Detach() {
     state.folded.clear();
     ntfs_volume* vol = state.vol;
     state.vol = nullptr;
-    if (ntfs_umount(vol, kNtfsFalse) != 0) return ErrorFromErrno(errno);
-    return ERROR_SUCCESS;
+    const DWORD result = ntfs_umount(vol, kNtfsFalse) != 0 ? ErrorFromErrno(errno) : ERROR_SUCCESS;
+    close(state.device.fd);
+    state.device.fd = -1;
+    return result;
 }
 
 bool Volume::ReadOnly() const { return state_->readOnly; }

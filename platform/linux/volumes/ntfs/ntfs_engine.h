@@ -144,6 +144,9 @@ public:
     // the image ends before offset + length or the file system's own records cannot be read.
     static DWORD Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG length, bool readOnly,
                         std::unique_ptr<Volume>& out);
+    // The same on an image the caller has open (read-write unless readOnly); the engine keeps a duplicate
+    // of the descriptor, so the caller may close its own at once.
+    static DWORD AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out);
     // Detaches, writing everything back; files still open fail with ERROR_INVALID_HANDLE afterwards.
     ~Volume();
     DWORD Detach();

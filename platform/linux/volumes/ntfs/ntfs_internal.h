@@ -3,6 +3,8 @@
 // Include ntfs3g.h before this (it must come before win32.h).
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstring>
 #include <mutex>
@@ -19,8 +21,13 @@ std::recursive_mutex& EngineLock();
 
 // The partition inside the image file, as libntfs-3g's device operations see it.
 struct ImageDevice {
-    std::string imagePath;
-    int fd = -1;
+    ImageDevice() = default;
+    ImageDevice(const ImageDevice&) = delete;
+    ImageDevice& operator=(const ImageDevice&) = delete;
+    ~ImageDevice() {
+        if (fd >= 0) close(fd);
+    }
+    int fd = -1;  // the engine's own descriptor of the image
     ULONGLONG offset = 0;  // first byte of the file system in the image
     ULONGLONG length = 0;  // bytes of the file system; nothing past it is read or written
     LONGLONG position = 0;
