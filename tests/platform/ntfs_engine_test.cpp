@@ -416,6 +416,90 @@ TEST_F(NtfsEngine, AChangeJournalIsMadeWhereNoneIsActiveAndKeptAcrossAttachments
     EXPECT_EQ(Names("\\", "$*"), std::vector<std::string>{});
 }
 
+TEST_F(NtfsEngine, EnumerationBatchesHoldEveryFileOnceInWindowsRecordLayout) {
+    Format(image_);
+    Attach();
+    ASSERT_EQ(volume_->CreateFolder(W("\\deep")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->CreateFolder(W("\\deep\\er")), ERROR_SUCCESS);
+    const std::string japanese = "\xE3\x83\x95\xE3\x82\xA1\xE3\x82\xA4\xE3\x83\xAB";  // ファイル
+    std::set<std::string> expected = {"deep", "er"};
+    for (int i = 0; i < 30; ++i) {
+        const std::string name = japanese + std::to_string(i) + std::string(i, 'x');
+        Put("\\deep\\er\\" + name, "x");
+        expected.insert(name);
+    }
+    ASSERT_EQ(volume_->CreateHardLink(W("\\second-name"), W("\\deep\\er\\" + japanese + "0")), ERROR_SUCCESS);
+    EntryInfo er;
+    ASSERT_EQ(volume_->Query(W("\\deep\\er"), er), ERROR_SUCCESS);
+
+    // Small batches (room for about two records) and large ones give the same records.
+    for (DWORD size : {200u, 4096u}) {
+        std::vector<BYTE> request(32, 0), batch(size);
+        const LONGLONG highUsn = 0x7FFFFFFFFFFFFFFFLL;
+        std::memcpy(request.data() + 16, &highUsn, sizeof(highUsn));
+        request[26] = 2;  // MaxMajorVersion
+        std::multiset<std::string> seen;
+        DWORD returned = 0, result;
+        int batches = 0;
+        while ((result = volume_->EnumUsnData(request.data(), 32, batch.data(), size, returned)) == ERROR_SUCCESS) {
+            ASSERT_LT(++batches, 1000);
+            for (DWORD at = 8; at < returned;) {
+                DWORD length = 0;
+                WORD major = 0, nameLength = 0, nameOffset = 0;
+                ULONGLONG parent = 0;
+                std::memcpy(&length, &batch[at], 4);
+                std::memcpy(&major, &batch[at + 4], 2);
+                std::memcpy(&parent, &batch[at + 16], 8);
+                std::memcpy(&nameLength, &batch[at + 56], 2);
+                std::memcpy(&nameOffset, &batch[at + 58], 2);
+                ASSERT_EQ(length % 8, 0u);
+                ASSERT_LE(at + length, returned);
+                EXPECT_EQ(major, 2);
+                EXPECT_EQ(nameOffset, 60);
+                WString name(nameLength / 2, u'\0');
+                std::memcpy(name.data(), &batch[at + 60], nameLength);
+                seen.insert(U(name));
+                if (U(name).rfind(japanese, 0) == 0) {
+                    EXPECT_EQ(parent, er.fileReference);
+                }
+                at += length;
+            }
+            std::memcpy(request.data(), batch.data(), 8);  // go on where the batch ended
+        }
+        EXPECT_EQ(result, static_cast<DWORD>(ERROR_HANDLE_EOF));
+        // A file with two names is one record, under either of them.
+        EXPECT_EQ(seen.erase("second-name") + seen.erase(japanese + "0"), 1u);
+        expected.erase(japanese + "0");
+        EXPECT_EQ(seen, std::multiset<std::string>(expected.begin(), expected.end())) << size;
+    }
+
+    std::vector<BYTE> request(24, 0), batch(8 + 40);
+    DWORD returned = 0;
+    EXPECT_EQ(volume_->EnumUsnData(request.data(), 24, batch.data(), static_cast<DWORD>(batch.size()), returned),
+              static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(volume_->EnumUsnData(request.data(), 20, batch.data(), static_cast<DWORD>(batch.size()), returned),
+              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+
+    std::array<BYTE, 104> data{};
+    ASSERT_EQ(volume_->NtfsVolumeData(data.data(), data.size(), returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 104u);
+    vlx::ntfs::VolumeFacts facts;
+    volume_->Facts(facts);
+    LONGLONG mftStart = 0;
+    DWORD clusterSize = 0;
+    std::memcpy(&mftStart, &data[64], 8);
+    std::memcpy(&clusterSize, &data[44], 4);
+    EXPECT_EQ(mftStart, facts.mftStartLcn);
+    EXPECT_EQ(clusterSize, facts.bytesPerCluster);
+    EXPECT_EQ(volume_->NtfsVolumeData(data.data(), 95, returned), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(volume_->UsnJournalData(data.data(), 64, returned), static_cast<DWORD>(ERROR_JOURNAL_NOT_ACTIVE));
+    ASSERT_EQ(volume_->CreateUsnJournal(1 << 20, 1 << 16), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->UsnJournalData(data.data(), 64, returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 64u);
+    ASSERT_EQ(volume_->UsnJournalData(data.data(), 56, returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 56u);
+}
+
 TEST_F(NtfsEngine, RetrievalPointersMapTheFilesBytesInTheImage) {
     Format(image_, 16 << 20, 4096);
     Attach();

@@ -177,6 +177,17 @@ public:
     DWORD QueryUsnJournal(UsnJournal& journal);
     // Makes the journal active, as `fsutil usn createjournal` does; an active journal is left as it is.
     DWORD CreateUsnJournal(ULONGLONG maximumSize, ULONGLONG allocationDelta);
+    // The volume controls, answered into the caller's buffer with the layouts Windows gives; returned is
+    // the count of bytes written.
+    // FSCTL_GET_NTFS_VOLUME_DATA: NTFS_VOLUME_DATA_BUFFER, and NTFS_EXTENDED_VOLUME_DATA's head if it fits.
+    DWORD NtfsVolumeData(void* out, DWORD outSize, DWORD& returned);
+    // FSCTL_QUERY_USN_JOURNAL: USN_JOURNAL_DATA_V1 (V0 in a 56-byte buffer).
+    DWORD UsnJournalData(void* out, DWORD outSize, DWORD& returned);
+    // FSCTL_ENUM_USN_DATA: MFT_ENUM_DATA_V0 or V1 in; out, the record number to continue from and then one
+    // USN_RECORD_V2 per in-use file from the start record on (first long name, its parent, the record's
+    // USN within [LowUsn, HighUsn]), lengths rounded to 8. The file system's own files and the root are
+    // left out. ERROR_HANDLE_EOF when no record is left.
+    DWORD EnumUsnData(const void* in, DWORD inSize, void* out, DWORD outSize, DWORD& returned);
     // Volume-relative path of a file reference ("\" for the root).
     DWORD PathOfReference(ULONGLONG fileReference, WString& path);
 
