@@ -91,6 +91,9 @@ bool DetachNode(VolumeState& state, Node* node);
 DWORD OpenData(Node& node);
 
 DWORD ErrorFromErrno(int error);
+// ERROR_INVALID_HANDLE once the volume is detached, ERROR_WRITE_PROTECT on a read-only attachment.
+DWORD CheckWritable(const VolumeState& state);
+constexpr WCHAR kSeparator = u'\\';
 bool IsFolder(const ntfs_inode* ni);
 u64 ReferenceOf(const ntfs_inode* ni);
 DWORD AttributesOf(const ntfs_inode* ni);
