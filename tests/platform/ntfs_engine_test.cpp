@@ -303,6 +303,8 @@ TEST_F(NtfsEngine, CallsFailWithTheCodesWindowsGives) {
         {"file removed as a folder", volume_->RemoveFolder(W("\\Full\\f.txt")), ERROR_DIRECTORY},
         {"move onto an existing name", volume_->Move(W("\\Full\\f.txt"), W("\\Full"), false), ERROR_ALREADY_EXISTS},
         {"folder below itself", volume_->Move(W("\\Full"), W("\\Full\\Inner"), false), ERROR_SHARING_VIOLATION},
+        {"the file system's own file", volume_->Open(W("\\$MFT"), file), ERROR_ACCESS_DENIED},
+        {"the same by reference", volume_->OpenByReference(0, file), ERROR_ACCESS_DENIED},
     };
     for (const Case& c : cases) EXPECT_EQ(c.result, c.expected) << c.what;
 

@@ -361,6 +361,10 @@ bool IsAncestor(VolumeState& state, u64 folderRecord, ntfs_inode* start) {
 
 }  // namespace
 
+// The file system's own files ($MFT, $Bitmap and the rest) can be looked at but not opened, as on
+// Windows; the root is the one low record that is an ordinary folder.
+bool IsMetadataRecord(u64 record) { return record < FILE_first_user && record != FILE_root; }
+
 DWORD CheckWritable(const VolumeState& state) {
     if (!state.vol) return ERROR_INVALID_HANDLE;
     return state.readOnly ? ERROR_WRITE_PROTECT : ERROR_SUCCESS;
@@ -595,6 +599,7 @@ DWORD Volume::Open(const WString& path, std::shared_ptr<File>& out) {
     Walk walk;
     if (DWORD error = WalkPath(*state_, path, walk)) return error;
     if (!walk.node) return ERROR_FILE_NOT_FOUND;
+    if (IsMetadataRecord(walk.node.get()->record)) return ERROR_ACCESS_DENIED;
     out.reset(new File(state_, walk.node.release(), walk.name));
     return ERROR_SUCCESS;
 }
@@ -606,6 +611,7 @@ DWORD Volume::OpenByReference(ULONGLONG fileReference, std::shared_ptr<File>& ou
     if (DWORD error = AcquireNode(*state_, fileReference, node)) {
         return error == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_PARAMETER : error;
     }
+    if (IsMetadataRecord(node.get()->record)) return ERROR_ACCESS_DENIED;
     WString name;
     ForEachFileName(node.ni(), [&](const FILE_NAME_ATTR& attr) {
         if (attr.file_name_type == FILE_NAME_DOS) return true;

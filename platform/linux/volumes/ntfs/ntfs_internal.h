@@ -93,6 +93,7 @@ DWORD OpenData(Node& node);
 DWORD ErrorFromErrno(int error);
 // ERROR_INVALID_HANDLE once the volume is detached, ERROR_WRITE_PROTECT on a read-only attachment.
 DWORD CheckWritable(const VolumeState& state);
+bool IsMetadataRecord(u64 record);
 constexpr WCHAR kSeparator = u'\\';
 bool IsFolder(const ntfs_inode* ni);
 u64 ReferenceOf(const ntfs_inode* ni);
