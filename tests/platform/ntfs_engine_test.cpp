@@ -556,6 +556,39 @@ TEST_F(NtfsEngine, RetrievalPointersMapTheFilesBytesInTheImage) {
     EXPECT_EQ(file->RetrievalPointers(0, buffer.data(), 16, returned), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
 }
 
+TEST_F(NtfsEngine, AFileWrittenIntoScatteredFreeSpaceHasManyRunsAndNoHoles) {
+    Format(image_, 8 << 20, 4096);
+    Attach();
+    const std::string piece = Pattern(8192, 11);
+    for (int i = 0; i < 60; ++i) Put("\\spacer" + std::to_string(i), piece);
+    // Whatever is free after the spacers is taken, so that the next file can only go into their gaps.
+    std::shared_ptr<File> filler;
+    ASSERT_EQ(volume_->CreateFile(W("\\filler"), 0, filler), ERROR_SUCCESS);
+    const std::string block = Pattern(4096, 12);
+    ULONGLONG at = 0;
+    for (DWORD done = 0; filler->Write(at, block.data(), 4096, done) == ERROR_SUCCESS; at += 4096) {
+    }
+    filler.reset();
+    for (int i = 0; i < 60; i += 2) ASSERT_EQ(volume_->DeleteFile(W("\\spacer" + std::to_string(i))), ERROR_SUCCESS);
+    const std::string data = Pattern(25 * 8192, 13);
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->CreateFile(W("\\fragmented"), 0, file), ERROR_SUCCESS);
+    for (size_t offset = 0; offset < data.size(); offset += 4096) {
+        DWORD done = 0;
+        ASSERT_EQ(file->Write(offset, data.data() + offset, 4096, done), ERROR_SUCCESS) << offset;
+    }
+    file.reset();
+    EXPECT_TRUE(BytesThroughRuns("\\fragmented", data.size()) == data);
+    ASSERT_EQ(volume_->Open(W("\\fragmented"), file), ERROR_SUCCESS);
+    LONGLONG first = -1;
+    std::vector<Extent> extents;
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_EQ(first, 0);
+    EXPECT_GE(extents.size(), 20u);
+    EXPECT_TRUE(std::all_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn >= 0; }));
+    EXPECT_EQ(extents.back().nextVcn, static_cast<LONGLONG>(data.size() / 4096));
+}
+
 TEST_F(NtfsEngine, HolesAreRunsWithoutClusters) {
     Format(image_);
     Attach();
