@@ -25,17 +25,6 @@ constexpr DWORD kEnumDataV1Size = 32;
 constexpr DWORD kNextReferenceSize = 8;
 constexpr DWORD kUsnRecordNameOffset = 60;
 
-template <class T>
-void Put(BYTE* out, DWORD offset, T value) {
-    std::memcpy(out + offset, &value, sizeof(value));
-}
-template <class T>
-T Take(const BYTE* in, DWORD offset) {
-    T value;
-    std::memcpy(&value, in + offset, sizeof(value));
-    return value;
-}
-
 DWORD UsnRecordLength(const WString& name) {
     return (kUsnRecordNameOffset + static_cast<DWORD>(name.size() * sizeof(WCHAR)) + 7) & ~7u;
 }

@@ -103,6 +103,18 @@ DWORD PathOf(VolumeState& state, u64 fileReference, WString& path);
 // Fills everything but the name.
 void FillInfo(Node& node, EntryInfo& info);
 
+// Unaligned little-endian fields of the Win32 structures the engine reads and writes as bytes.
+template <class T>
+void Put(BYTE* out, DWORD offset, T value) {
+    std::memcpy(out + offset, &value, sizeof(value));
+}
+template <class T>
+T Take(const BYTE* in, DWORD offset) {
+    T value;
+    std::memcpy(&value, in + offset, sizeof(value));
+    return value;
+}
+
 // An attribute search over one record (and its extents), closed on scope exit.
 class SearchContext {
 public:

@@ -21,11 +21,6 @@ constexpr DWORD kPointersExtent = 16;
 // Where NTFS 3 keeps a record's last journal entry in $STANDARD_INFORMATION.
 constexpr u32 kStandardUsnOffset = 64;
 
-template <class T>
-void Put(BYTE* out, DWORD offset, T value) {
-    std::memcpy(out + offset, &value, sizeof(value));
-}
-
 // A compressed stream packs its last block only when asked; its runs are final after that.
 void FinishPendingCompression(Node& node) {
     if (node.data && (node.data->data_flags & ATTR_COMPRESSION_MASK)) ntfs_attr_pclose(node.data);

@@ -32,13 +32,6 @@ constexpr WORD kDaclControl = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO
 constexpr WORD kSaclControl = SE_SACL_PRESENT | SE_SACL_DEFAULTED | SE_SACL_AUTO_INHERIT_REQ | SE_SACL_AUTO_INHERITED |
                               SE_SACL_PROTECTED;
 
-template <class T>
-T Get(const BYTE* bytes, DWORD offset) {
-    T value;
-    std::memcpy(&value, bytes + offset, sizeof(value));
-    return value;
-}
-
 // A descriptor taken apart: each part's bytes (empty when absent) and the control word.
 struct Parts {
     WORD control = 0;
@@ -53,16 +46,16 @@ DWORD SidLength(const BYTE* bytes, DWORD length, DWORD offset) {
 }
 DWORD AclLength(const BYTE* bytes, DWORD length, DWORD offset) {
     if (offset < kHeadSize || offset + 8 > length) return 0;
-    const DWORD size = Get<WORD>(bytes, offset + 2);
+    const DWORD size = Take<WORD>(bytes, offset + 2);
     return size >= 8 && offset + size <= length ? size : 0;
 }
 
 bool TakeApart(const BYTE* bytes, DWORD length, Parts& parts) {
     if (!bytes || length < kHeadSize || bytes[0] != kRevision) return false;
-    parts.control = Get<WORD>(bytes, kControlOffset);
+    parts.control = Take<WORD>(bytes, kControlOffset);
     if (!(parts.control & SE_SELF_RELATIVE)) return false;
     auto take = [&](DWORD headOffset, bool isSid, std::vector<BYTE>& out) {
-        const DWORD offset = Get<DWORD>(bytes, headOffset);
+        const DWORD offset = Take<DWORD>(bytes, headOffset);
         if (offset == 0) return true;
         const DWORD size = isSid ? SidLength(bytes, length, offset) : AclLength(bytes, length, offset);
         if (size == 0) return false;
