@@ -110,7 +110,7 @@ public:
     // A null time is left as it is.
     DWORD SetTimes(const FILETIME* created, const FILETIME* accessed, const FILETIME* written);
     DWORD SetAttributes(DWORD attributes);
-    // Every long name as a volume-relative path, in record order (FindFirstFileNameW's order).
+    // Every long name as a volume-relative path, in the order the record holds them.
     DWORD LinkNames(std::vector<WString>& paths);
     // COMPRESSION_FORMAT_NONE or COMPRESSION_FORMAT_LZNT1.
     DWORD GetCompression(USHORT& format);
