@@ -669,7 +669,10 @@ DWORD CreateEntry(VolumeState& state, const WString& path, mode_t type, DWORD at
     // New files are marked for backup, as Windows marks them.
     const DWORD settable = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
                            FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_TEMPORARY;
-    DWORD flags = (le32_to_cpu(ni->flags) & FILE_ATTRIBUTE_COMPRESSED) | (attributes & settable);
+    // What libntfs-3g set beyond the settable bits (compression taken from the folder, a folder's index
+    // flag) stays.
+    DWORD flags = (le32_to_cpu(ni->flags) & ~settable & ~static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL)) |
+                  (attributes & settable);
     if (type != S_IFDIR) flags |= FILE_ATTRIBUTE_ARCHIVE;
     ni->flags = FlagsOf(flags);
     NInoSetDirty(ni);
