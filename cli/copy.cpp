@@ -10,6 +10,7 @@
 #include "../platform/api.h"
 #include "../platform/linux/host.h"
 #include "command.h"
+#include "report.h"
 
 namespace cli {
 
@@ -213,9 +214,17 @@ const Command kCopy = {
     "  the extensions. --shell hands the copy to the shell: folders are copied with their contents,\n"
     "  --with-folder-name into DST\\NAME, --full-path into DST\\ the source's whole path; single files up to\n"
     "  --direct-limit bytes (default 0) are copied directly, asking before replacing one; --silent asks\n"
-    "  nothing and replaces. Several sources go to the shell in one operation.",
+    "  nothing and replaces. Several sources go to the shell in one operation.\n"
+    "  A folder is never copied into itself or into a folder inside it. Every entry the copy could not\n"
+    "  list or copy is named with the reason, and the exit status is then 1.",
     RunCopy,
 };
+
+// Why a shell copy stopped: the library's own detail codes are negative, the rest are the shell's.
+std::string StopWords(int code) {
+    if (code < 0) return "detail code " + std::to_string(code);
+    return ErrorWords(static_cast<DWORD>(code));
+}
 
 int RunCopy(const std::vector<std::string>& args) {
     std::vector<std::string> paths;
@@ -255,35 +264,51 @@ int RunCopy(const std::vector<std::string>& args) {
 
     InstallTerminalResponder();
     const CString destination = LibraryPath(paths.back());
+    std::vector<CString> sources;
+    for (size_t i = 0; i + 1 < paths.size(); ++i) sources.push_back(LibraryPath(paths[i]));
+    // Refused before anything is written, as cp refuses: a folder copied into itself would take in its
+    // own copy, level after level, until the paths grew too long.
+    for (const CString& source : sources) {
+        const DWORD attributes = sys().GetFileAttributesW(source);
+        if (attributes == INVALID_FILE_ATTRIBUTES) return Fail(kCopy, "cannot copy " + Printable(source) + ": " + ErrorWords(sys().GetLastError()));
+        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && InsideSource(source, destination))
+            return Fail(kCopy, "cannot copy " + Printable(source) + " into " + Printable(destination) + ", inside itself");
+    }
     if (multiple) {
-        CStringArray sources;
-        for (size_t i = 0; i + 1 < paths.size(); ++i) sources.Add(LibraryPath(paths[i]));
+        CStringArray array;
+        for (const CString& source : sources) array.Add(source);
         int code = 0;
-        if (!CopyFilesMultiEx(&sources, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, &code, nullptr))
-            return Fail(kCopy, "the copy failed (detail code " + std::to_string(code) + ")");
+        if (!CopyFilesMultiEx(&array, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, &code, nullptr))
+            return Fail(kCopy, "the copy stopped: " + StopWords(code));
         return kExitOk;
     }
-    const CString source = LibraryPath(paths[0]);
+    const CString& source = sources[0];
     if (shell) {
         int code = 0;
         if (!CopyFilesEx(source, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, directLimit, &code, nullptr)) {
             if (code == ERROR_ALREADY_EXISTS) return Fail(kCopy, "skipped: the target exists");
             if (code == -1) return Fail(kCopy, "cancelled");
-            return Fail(kCopy, "the copy failed (detail code " + std::to_string(code) + ")");
+            return Fail(kCopy, "the copy stopped: " + StopWords(code));
         }
         return kExitOk;
     }
 
     CatchInterrupt();
     BOOL copied = FALSE;
+    // The copy passes over what it cannot list or copy and goes on; the watch names each such entry.
+    FailureWatch watch(FailureWatch::kListing | FailureWatch::kCopying);
     {
         TerminalBar bar;
         copied = CopyFilesNoneShell(source, destination, &g_cancel, bar.control(), CString(WStrFromUtf8(filter).c_str()));
     }
     signal(SIGINT, SIG_DFL);
     if (__atomic_load_n(&g_cancel, __ATOMIC_RELAXED)) return Fail(kCopy, "cancelled");
-    // The result is that of the last file copied straight into the top folder.
-    if (!copied) return Fail(kCopy, "no file was copied straight into the top folder, or the last one failed");
+    const bool complete = watch.Report(kCopy);
+    if (!complete) return Fail(kCopy, "the copy is incomplete: " + std::to_string(watch.failures().size()) + " entries above were not copied");
+    // The export's own result is that of the last file copied straight into the top folder; with nothing
+    // failed on the way it only matters for a single file.
+    const bool sourceIsFolder = (sys().GetFileAttributesW(source) & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (!copied && !sourceIsFolder) return Fail(kCopy, "cannot copy " + Printable(source));
     return kExitOk;
 }
 
@@ -304,7 +329,8 @@ const Command kRmdir = {
     "rmdir",
     "delete a folder with everything in it, for good",
     "rmdir [--silent] PATH\n"
-    "  Without --silent the shell asks before deleting.",
+    "  Without --silent the shell asks before deleting. Links inside are deleted, never followed; a drive's\n"
+    "  root and the current folder are refused. What could not be deleted is listed by name.",
     RunRmdir,
 };
 
@@ -318,6 +344,29 @@ int RunMkdir(const std::vector<std::string>& args) {
     return kExitOk;
 }
 
+// What is left under a folder whose deletion failed, for the user to see by name; links are listed, not
+// entered. At most kShownLeft names are printed.
+constexpr size_t kShownLeft = 50;
+
+void ListLeft(const CString& folder, size_t& shown, size_t& total) {
+    WIN32_FIND_DATAW data{};
+    const CString pattern = folder + _T("\\*");
+    HANDLE find = sys().FindFirstFileW(pattern, &data);
+    if (find == INVALID_HANDLE_VALUE) return;
+    do {
+        const CString name = data.cFileName;
+        if (name == _T(".") || name == _T("..")) continue;
+        const CString path = folder + _T("\\") + name;
+        if (++total <= kShownLeft) {
+            std::fprintf(stderr, "  left: %s\n", Printable(path).c_str());
+            ++shown;
+        }
+        const DWORD attributes = data.dwFileAttributes;
+        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT)) ListLeft(path, shown, total);
+    } while (sys().FindNextFileW(find, &data));
+    sys().FindClose(find);
+}
+
 int RunRmdir(const std::vector<std::string>& args) {
     bool silent = false;
     std::vector<std::string> paths;
@@ -326,10 +375,34 @@ int RunRmdir(const std::vector<std::string>& args) {
         else paths.push_back(arg);
     }
     if (paths.size() != 1) return UsageError(kRmdir, "one path is needed");
+    // An empty argument would name the current folder; nobody means that by it.
+    if (paths[0].empty()) return UsageError(kRmdir, "the path is empty");
+    // The full path, so that "C:" and "x\\.." are judged (and reported) as the folders they stand for.
+    const CString typed = LibraryPath(paths[0]);
+    WCHAR full[MAX_PATH];
+    const DWORD length = sys().GetFullPathNameW(typed, MAX_PATH, full, nullptr);
+    if (length == 0 || length >= MAX_PATH) return Fail(kRmdir, "not a usable path: " + Printable(typed));
+    CString path = full;
+    if (path.GetLength() > 3) path.TrimRight(_T('\\'));
+    if (path.GetLength() <= 3) return Fail(kRmdir, "refused: " + Printable(path) + " is a drive's root");
+    WCHAR current[MAX_PATH];
+    const DWORD currentLength = sys().GetCurrentDirectoryW(MAX_PATH, current);
+    if (currentLength > 0 && currentLength < MAX_PATH) {
+        const CString here = current;
+        if (here.CompareNoCase(path) == 0 || (here.GetLength() > path.GetLength() && here[path.GetLength()] == _T('\\') &&
+                                              here.Left(path.GetLength()).CompareNoCase(path) == 0))
+            return Fail(kRmdir, "refused: " + Printable(path) + " is the current folder or holds it");
+    }
     InstallTerminalResponder();
-    const CString path = LibraryPath(paths[0]);
-    if (!DeleteFolders(path, silent ? 1 : 0, nullptr)) return Fail(kRmdir, "not deleted: " + Printable(path));
-    return kExitOk;
+    if (DeleteFolders(path, silent ? 1 : 0, nullptr)) return kExitOk;
+    const DWORD attributes = sys().GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return Fail(kRmdir, "not deleted: " + Printable(path) + " (no such folder)");
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return Fail(kRmdir, "not deleted: " + Printable(path) + " is a file");
+    const int result = Fail(kRmdir, "not deleted: " + Printable(path) + " (the question declined, or entries that could not be deleted)");
+    size_t shown = 0, total = 0;
+    ListLeft(path, shown, total);
+    if (total > shown) std::fprintf(stderr, "  and %zu more\n", total - shown);
+    return result;
 }
 
 const CommandRegistration kCopyRegistration(kCopy);

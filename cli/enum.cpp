@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "command.h"
+#include "report.h"
 
 namespace cli {
 
@@ -73,7 +74,8 @@ const Command kCount = {
     "  --min-size, --max-size   keep files of at least / at most that many bytes\n"
     "  --kb       keep files whose size in whole KB is KB\n"
     "  Files left out by a size filter still add to the bytes, as the library counts them.\n"
-    "  Ctrl-C stops the walk; what was counted so far is printed. Exit 1 when interrupted.",
+    "  Ctrl-C stops the walk; what was counted so far is printed. Exit 1 when interrupted, or when a\n"
+    "  folder could not be listed (each is named with the reason).",
     RunCount,
 };
 
@@ -169,6 +171,8 @@ int RunCount(const std::vector<std::string>& args) {
     if (!IsFolder(options.folder)) return Fail(kCount, "not a folder: " + Printable(options.folder));
 
     std::signal(SIGINT, CancelOnInterrupt);
+    // A folder the walk cannot list adds nothing and the walk goes on; the watch names it.
+    FailureWatch watch(FailureWatch::kListing);
     ULONGLONG files = 0, folders = 0, bytes = 0;
     const int dateMode = options.hasFrom && options.hasTo ? 1 : options.hasFrom ? 2 : options.hasTo ? 3 : 0;
     if (!options.list && dateMode == 0 && options.sizeMode == 0) {
@@ -188,6 +192,7 @@ int RunCount(const std::vector<std::string>& args) {
     std::printf("files    %llu\nfolders  %llu\nbytes    %llu\n", static_cast<unsigned long long>(files),
                 static_cast<unsigned long long>(folders), static_cast<unsigned long long>(bytes));
     if (std::atomic_ref<BOOL>(g_cancel).load() == 1) return Fail(kCount, "interrupted: the counts are those of the part walked");
+    if (!watch.Report(kCount)) return Fail(kCount, "incomplete: what the folders above hold is not counted");
     return kExitOk;
 }
 
@@ -202,7 +207,8 @@ const Command kHash = {
     "print the MD5 digest of files in the md5sum format",
     "hash FILE...\n"
     "  One line per file, \"DIGEST  NAME\" with the name as given, so that md5sum -c can check the list.\n"
-    "  Each file is read without sharing: one that another program holds open cannot be hashed.\n"
+    "  Each file is read without sharing: one that another program holds open cannot be hashed, nor can\n"
+    "  a pipe, socket or device. Each file that cannot be hashed is named with the reason.\n"
     "  Exit 1 when any file cannot be hashed.",
     RunHash,
 };
@@ -225,8 +231,11 @@ int RunHash(const std::vector<std::string>& args) {
     int result = kExitOk;
     for (const std::string& name : args) {
         BYTE digest[16] = {};
+        FailureWatch watch(FailureWatch::kReading);
         if (GetFileHash(LibraryPath(name), digest, CALG_MD5) != 1) {
-            result = Fail(kHash, "cannot hash " + name + " (missing, a folder, or held open elsewhere)");
+            // Opened, but not read as it was measured: another program changed it meanwhile.
+            const std::string reason = watch.failures().empty() ? "it changed while it was read" : ErrorWords(watch.failures().back().code);
+            result = Fail(kHash, "cannot hash " + name + ": " + reason);
             continue;
         }
         std::string hex;
@@ -250,7 +259,8 @@ const Command kCompare = {
     "  One line per entry that differs: what differs, then its path relative to the folders.\n"
     "  only-in-A, newer-in-A, newer-in-B, size-differs; with --hash also content-differs (MD5);\n"
     "  with --both also only-in-B, listed after all others. Times are compared in whole seconds.\n"
-    "  Exit 0 when the trees are the same, 1 when anything differs.",
+    "  Folders that cannot be listed and files that cannot be hashed are named with the reason.\n"
+    "  Exit 0 when the trees are the same, 1 when anything differs or could not be compared.",
     RunCompare,
 };
 
@@ -295,6 +305,8 @@ int RunCompare(const std::vector<std::string>& args) {
         if (!IsFolder(folder)) return Fail(kCompare, "not a folder: " + Printable(folder), kExitUsage);
     }
     FileListNode head{};
+    // The comparison passes over folders it cannot list and files it cannot hash; the watch names them.
+    FailureWatch watch(FailureWatch::kListing | FailureWatch::kReading);
     CompareFolder(folders[0], folders[1], &head, bothWays, useHash);
     std::vector<std::pair<std::string, std::string>> lines;
     for (FileListNode* node = head.next; node != nullptr;) {
@@ -306,6 +318,7 @@ int RunCompare(const std::vector<std::string>& args) {
     size_t width = 0;
     for (const auto& line : lines) width = std::max(width, line.first.size());
     for (const auto& line : lines) std::printf("%s  %s\n", Pad(line.first, width).c_str(), line.second.c_str());
+    if (!watch.Report(kCompare)) return Fail(kCompare, "incomplete: the entries above were not compared in full");
     return lines.empty() ? kExitOk : kExitFailed;
 }
 

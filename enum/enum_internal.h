@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "../frame/walk_guard.h"
 #include "../platform/unique_handles.h"
 
 // The folder path with one backslash at its end, appended when it has none (an empty path becomes "\").
@@ -33,9 +34,10 @@ bool CancelRequested(const BOOL* pCancel);
 // that walk chained; every other entry goes to handleFile(fullPath, entry, tail). The enumeration is
 // closed on every way out.
 //
-// A subfolder that is a reparse point (a junction, a link to a folder) is counted and listed but not
-// entered: one that leads back into its own tree would otherwise be walked again at every level until
-// the path outgrew MAX_PATH, and two such links in one folder make that exponential.
+// A subfolder that is a reparse point (a junction, a link to a folder) is walked like any folder unless
+// it leads back into a folder of this walk: that one is counted and listed but not entered, since it
+// would otherwise be walked again at every level until the path outgrew MAX_PATH, and two such links in
+// one folder make that exponential.
 template <class Descend, class HandleFile>
 void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFolders, ULONGLONG* pFolderCount,
                   const BOOL* pCancel, Descend&& descend, HandleFile&& handleFile) {
@@ -44,6 +46,7 @@ void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFold
     WIN32_FIND_DATAW entry{};
     UniqueFindHandle find(sys().FindFirstFileW(path + _T("*.*"), &entry));
     if (!find) return;  // nothing is counted for a folder that cannot be listed
+    const WalkLevel level(path);
     FileListNode* tail = pListTail;
     do {
         if (CancelRequested(pCancel)) return;
@@ -54,7 +57,7 @@ void WalkOneLevel(const CString& folder, FileListNode* pListTail, bool countFold
                 if (pFolderCount != nullptr) ++*pFolderCount;
                 if (tail != nullptr) AppendNode(tail, subfolder);
             }
-            if (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) continue;
+            if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && LeadsBackIntoWalk(subfolder)) continue;
             descend(subfolder, tail);
             if (tail != nullptr) {
                 while (tail->next != nullptr) tail = tail->next;

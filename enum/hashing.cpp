@@ -74,13 +74,14 @@ int HashFile(LPCWSTR path, BYTE* pHash, ALG_ID algId) {
         if (!sys().ReadFile(file.get(), block.data(), kReadBlockBytes, &read, nullptr)) break;
         total += read;
         if (!sys().CryptHashData(hash.get(), block.data(), read, 0)) break;
-        if (total == size) {
-            complete = true;
+        // The end of the file before the size taken at the start, or more than that size: what was read is
+        // not the file that was measured, so there is no digest to give. Windows keeps every writer out
+        // while the file is open without sharing, but a host may not (another program appending to it, a
+        // device that never ends), and without these stops the loop would never end.
+        if (total >= size || read == 0) {
+            complete = total == size;
             break;
         }
-        // The end of the file before the size taken at the start: what was read is not the file that was
-        // measured, so there is no digest to give (and without this stop the loop would never end).
-        if (read == 0) break;
     }
     if (!complete) return 0;
     DWORD length = kDigestBytes;

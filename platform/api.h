@@ -37,6 +37,18 @@ struct Win32Api {
 
     // --- Files. CreateFileW enforces share modes between open handles (ERROR_SHARING_VIOLATION), refuses
     // a folder without FILE_FLAG_BACKUP_SEMANTICS and a read-only file for writing (ERROR_ACCESS_DENIED).
+    // An entry that is no file nor folder (a host's named pipe, socket or device) is listed like a file but
+    // opened only for its attributes: an open for reading or writing its data, or one that would create or
+    // truncate, fails with ERROR_CANT_ACCESS_FILE at once, as Windows fails for an entry it cannot open,
+    // and never waits. ReadFile ends at the end of the file; a host program outside the platform may still
+    // grow a file that a handle holds without write sharing, so a loop that reads up to a size taken at
+    // the open stops once it has read that much or more (the library's hashing does), never reading on.
+    // On Linux share modes hold between the processes that use the platform too: each open holds open
+    // file description locks on bytes far past any data, one per right it holds and one per right it
+    // denies, so a file another such process holds without sharing is refused as on Windows, and a
+    // replacing open cuts nothing until it has passed. Limits: a handle on a file its user may not read
+    // (or an open for attributes alone) shares within its own process only; a file system without such
+    // locks leaves sharing to the process; other programs are not bound by them.
     HANDLE(WINAPI* CreateFileW)(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                                 DWORD disposition, DWORD flags, HANDLE templateFile);
     BOOL(WINAPI* ReadFile)(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
@@ -122,6 +134,9 @@ struct Win32Api {
     // file. When the flag behind cancel becomes non-zero it stops with ERROR_REQUEST_ABORTED and removes the
     // partial target. It replaces an existing target unless COPY_FILE_FAIL_IF_EXISTS (ERROR_FILE_EXISTS),
     // and carries the attributes and the last-write time over. CopyFileW is CopyFileExW without a routine.
+    // An existing target stays whole until the copy is: the copy is written beside it and takes its place
+    // only when complete, so a failure (a full disk) or a cancel leaves the old file as it was and nothing
+    // else behind. A routine's PROGRESS_STOP keeps what was copied only where there was no file before.
     BOOL(WINAPI* CopyFileW)(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
     BOOL(WINAPI* CopyFileExW)(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                               DWORD flags);
@@ -132,6 +147,83 @@ struct Win32Api {
     // without a choice); a failure code when the dialog could not be shown.
     HRESULT(WINAPI* TaskDialogIndirect)(const TASKDIALOGCONFIG* config, int* button, int* radioButton,
                                         BOOL* verificationChecked);
+
+    // --- Shell archives and shortcuts: COM (ole32, oleaut32), environment strings and a bounded append.
+    // CoInitialize enters the calling thread into a single-threaded apartment: S_OK the first time, S_FALSE
+    // when the thread is in one already (each success wants its CoUninitialize), RPC_E_CHANGED_MODE when the
+    // thread is multithreaded. CoCreateInstance gives the object of a registered class for the interface
+    // asked, with one reference the caller releases: REGDB_E_CLASSNOTREG for an unknown class,
+    // E_NOINTERFACE for an interface it lacks, CO_E_NOTINITIALIZED on a thread outside any apartment.
+    HRESULT(WINAPI* CoInitialize)(LPVOID reserved);
+    void(WINAPI* CoUninitialize)();
+    HRESULT(WINAPI* CoCreateInstance)(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+    // SysAllocString copies a string into a new BSTR (null for a null string or when memory runs out);
+    // SysFreeString frees one (null is allowed). VariantClear frees what a VARIANT owns (a BSTR, a reference
+    // to an interface) and leaves it VT_EMPTY.
+    BSTR(WINAPI* SysAllocString)(const OLECHAR* text);
+    void(WINAPI* SysFreeString)(BSTR text);
+    void(WINAPI* VariantInit)(VARIANTARG* variant);
+    HRESULT(WINAPI* VariantClear)(VARIANTARG* variant);
+    // ExpandEnvironmentStringsW replaces each %NAME% of a variable that exists by its value and leaves the
+    // others as written; it returns the length needed with the terminator, which is larger than the
+    // capacity when the text did not fit (the buffer then holds nothing usable), and 0 on failure.
+    DWORD(WINAPI* ExpandEnvironmentStringsW)(LPCWSTR source, LPWSTR destination, DWORD capacity);
+    // wcscat_s appends within a capacity that counts the terminator. The library checks that the text fits
+    // first: the CRT of Windows ends the process on an overflow by default.
+    errno_t(WINAPI* wcscat_s)(WCHAR* destination, size_t capacity, const WCHAR* source);
+    // --- WIM images: libraries loaded at run time, the temporary folder, and timers.
+    // GetSystemDirectoryW and GetTempPathW give the length without the terminator, or the size needed
+    // with it when the buffer is too small. The system folder has no trailing backslash; the temporary
+    // folder has one. LoadLibraryW fails with ERROR_MOD_NOT_FOUND for a library that is not there (or with
+    // the library's own code when it cannot start); each load of one library gives the same handle, which
+    // stays valid until as many FreeLibrary calls. GetProcAddress fails with ERROR_PROC_NOT_FOUND for a
+    // name the library does not export. A timer's WM_TIMER is made by PeekMessageW and GetMessageW when
+    // the thread's queue holds nothing else and the period has passed; it never piles up.
+    UINT(WINAPI* GetSystemDirectoryW)(LPWSTR buffer, UINT size);
+    DWORD(WINAPI* GetTempPathW)(DWORD length, LPWSTR buffer);
+    HMODULE(WINAPI* LoadLibraryW)(LPCWSTR path);
+    HMODULE(WINAPI* GetModuleHandleW)(LPCWSTR name);
+    FARPROC(WINAPI* GetProcAddress)(HMODULE module, LPCSTR name);
+    BOOL(WINAPI* FreeLibrary)(HMODULE module);
+    UINT_PTR(WINAPI* SetTimer)(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+    BOOL(WINAPI* KillTimer)(HWND window, UINT_PTR id);
+    // --- File properties: security descriptors, the process token and local memory (advapi32, kernel32).
+    // GetFileSecurityW copies the parts the mask selects into the buffer as one self-relative descriptor;
+    // with a buffer too small (null and 0 included) it fails with ERROR_INSUFFICIENT_BUFFER and puts the
+    // length needed in *needed. The audit list (SACL_SECURITY_INFORMATION) is handed out and written only
+    // while the security privilege is enabled in the process token, else ERROR_PRIVILEGE_NOT_HELD.
+    // SetFileSecurityW writes the parts the mask selects and leaves the others as they are; a part the
+    // volume cannot keep fails the whole call before anything is changed.
+    BOOL(WINAPI* GetFileSecurityW)(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor,
+                                   DWORD length, LPDWORD needed);
+    BOOL(WINAPI* SetFileSecurityW)(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor);
+    // GetCurrentProcess gives the pseudo-handle of the calling process, which needs no closing.
+    HANDLE(WINAPI* GetCurrentProcess)();
+    // OpenProcessToken opens the process token with the rights asked for; the handle is closed with
+    // CloseHandle. LookupPrivilegeValueW (system null: the local one) fails with ERROR_NO_SUCH_PRIVILEGE
+    // for a name it does not know. AdjustTokenPrivileges succeeds also when a privilege named is not held
+    // by the token: it then leaves that one alone and sets the last error to ERROR_NOT_ALL_ASSIGNED, and to
+    // ERROR_SUCCESS when every change was made, so the caller must read the last error after it.
+    // GetTokenInformation(TokenPrivileges) lists every privilege held with its state.
+    BOOL(WINAPI* OpenProcessToken)(HANDLE process, DWORD access, PHANDLE token);
+    BOOL(WINAPI* LookupPrivilegeValueW)(LPCWSTR systemName, LPCWSTR name, PLUID luid);
+    BOOL(WINAPI* AdjustTokenPrivileges)(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD length,
+                                        PTOKEN_PRIVILEGES previousState, PDWORD returnLength);
+    BOOL(WINAPI* GetTokenInformation)(HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD length,
+                                      PDWORD returnLength);
+    // LocalAlloc(LMEM_FIXED, n) gives a pointer, zero-filled with LMEM_ZEROINIT, or null with
+    // ERROR_NOT_ENOUGH_MEMORY; LocalFree gives null when it freed the block.
+    HLOCAL(WINAPI* LocalAlloc)(UINT flags, SIZE_T bytes);
+    HLOCAL(WINAPI* LocalFree)(HLOCAL memory);
+
+    // --- File properties: the mount manager. Mount points here are drive roots ("E:\", with the
+    // backslash); a volume name is "\\?\Volume{GUID}\". GetVolumeNameForVolumeMountPointW fails for a root with
+    // no volume behind it; DeleteVolumeMountPointW takes the letter away from its volume and
+    // SetVolumeMountPointW gives a free letter to a volume (a taken one fails with ERROR_DIR_NOT_EMPTY);
+    // both need an elevated process (ERROR_ACCESS_DENIED otherwise).
+    BOOL(WINAPI* GetVolumeNameForVolumeMountPointW)(LPCWSTR mountPoint, LPWSTR volumeName, DWORD length);
+    BOOL(WINAPI* DeleteVolumeMountPointW)(LPCWSTR mountPoint);
+    BOOL(WINAPI* SetVolumeMountPointW)(LPCWSTR mountPoint, LPCWSTR volumeName);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

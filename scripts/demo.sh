@@ -60,3 +60,15 @@ show --map "E=$work/e" rmdir --silent 'E:\made'
 echo
 echo "What E: holds now:"
 (cd "$work/e" && find . | sort)
+
+# ---- Security descriptors and drive letters: an access list shown in SDDL and copied from one file to
+# another (on a host folder, from the mode bits), and the data volume moved from D: to F: and back.
+chmod 640 "$work/data/docs/readme.txt"
+printf 'secret\n' > "$work/data/docs/plan.txt"
+chmod 600 "$work/data/docs/plan.txt"
+show --map "D=$work/data" acl get 'D:\docs\readme.txt'
+show --map "D=$work/data" acl get 'D:\docs\plan.txt'
+show --map "D=$work/data" acl copy 'D:\docs\readme.txt' 'D:\docs\plan.txt' --dacl
+show --map "D=$work/data" acl get 'D:\docs\plan.txt'
+show --map "D=$work/data" drive move D F
+show --map "D=$work/data" --map "F=$work/copy" drive move D F

@@ -89,6 +89,16 @@ TEST_F(CompareFolders, FolderOnlyInAIsReportedWithEverythingBelowIt) {
               (Results{{"sub\\", OnlyInA}, {"sub\\deep\\", OnlyInA}, {"sub\\deep\\f.txt", OnlyInA}}));
 }
 
+TEST_F(CompareFolders, WhatAFolderLinkLeadsToIsComparedLikeAFolder) {
+    WriteFile("elsewhere/x.txt", "x");
+    MakeFolder("A");
+    MakeFolder("B/out");
+    ASSERT_EQ(symlink(Host("elsewhere").c_str(), Host("A/out").c_str()), 0);
+    ASSERT_EQ(symlink(Host("A").c_str(), Host("elsewhere/back").c_str()), 0);  // leads back: not entered
+    EXPECT_EQ(Compare("T:\\A", "T:\\B", 1),
+              (Results{{"\\out\\back\\", OnlyInA}, {"\\out\\x.txt", OnlyInA}}));
+}
+
 TEST_F(CompareFolders, FoldersOnBothSidesCompareByTimeAlone) {
     WriteBoth("item/inner.txt", "x", "x");
     WriteFile("A/kind", "file in A");

@@ -2,8 +2,8 @@
 // folder links, the module state of nested calls and a cancel from another thread.
 #include <gtest/gtest.h>
 
-#include <thread>
 
+#include "support/canceller.h"
 #include "support/copy_support.h"
 
 namespace {
@@ -143,18 +143,15 @@ TEST_F(DirectCopy, CancelFromAnotherThreadStopsTheCopyAndTheRest) {
     WriteFile("src/big.bin", std::string(8 << 20, 'x'));
     WriteFile("src/small.txt", "s");
     BOOL cancel = FALSE;
+    Canceller canceller(cancel);
     ProgressRecorder bar;
-    bool cancelled = false;
     // The other thread sets the flag while the first chunk's progress is drawn, and the copy waits for it.
     ApiPatch<&Win32Api::SendMessageW> onProgress([&](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-        if (!cancelled && message == PBM_SETPOS && wParam > 0 && wParam < 100) {
-            cancelled = true;
-            std::thread([&cancel] { __atomic_store_n(&cancel, TRUE, __ATOMIC_RELAXED); }).join();
-        }
+        if (message == PBM_SETPOS && wParam > 0 && wParam < 100) canceller.Fire();
         return onProgress.Original()(window, message, wParam, lParam);
     });
     EXPECT_EQ(CopyFilesNoneShell(Win("src"), Win("bk"), &cancel, &bar.control, _T("")), FALSE);
-    EXPECT_TRUE(cancelled);
+    EXPECT_TRUE(canceller.fired());
     EXPECT_EQ(bar.log, "0 R 0 R 12 0 ");  // big.bin stops after its first chunk, small.txt before its first byte
     EXPECT_FALSE(fs::exists(Host("bk/big.bin")));
     EXPECT_FALSE(fs::exists(Host("bk/small.txt")));

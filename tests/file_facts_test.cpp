@@ -5,6 +5,7 @@
 #include <new>
 
 #include "support/scripted_files.h"
+#include "support/share_holder.h"
 
 using namespace testing_support;
 using ::testing::ElementsAre;
@@ -207,11 +208,11 @@ TEST_F(FileFactsOnHost, FileWithThreeNamesListsThemAndOneNameLeavesTheListAlone)
     EXPECT_EQ(names.GetSize(), 3);
 }
 
-TEST_F(FileFactsOnHost, HeldFileFolderAndMissingPathCannotBeAskedForLinks) {
+TEST_F(FileFactsOnHost, FileHeldByAnotherProcessFolderAndMissingPathCannotBeAskedForLinks) {
     WriteFile("held.txt", "held");
     MakeFolder("dir");
-    HANDLE held = sys().CreateFileW(Win("held.txt"), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    HeldElsewhere held(root_, "T:\\held.txt", GENERIC_READ, 0);
+    ASSERT_EQ(held.openError(), DWORD(ERROR_SUCCESS));
     for (auto [name, error] : {std::pair{"held.txt", ERROR_SHARING_VIOLATION}, {"dir", ERROR_ACCESS_DENIED}, {"none", ERROR_FILE_NOT_FOUND}}) {
         sys().SetLastError(kJunkError);
         EXPECT_EQ(GetFileIsHardlink(Win(name), nullptr), -1) << name;
@@ -221,7 +222,9 @@ TEST_F(FileFactsOnHost, HeldFileFolderAndMissingPathCannotBeAskedForLinks) {
     ULONGLONG length = 7;
     EXPECT_TRUE(GetFileLength(Win("held.txt"), &length) == 1 && length == 4);
     EXPECT_EQ(GetFileDate(Win("held.txt"), nullptr, nullptr, nullptr), 1);
-    sys().CloseHandle(held);
+    EXPECT_EQ(GetPathIsFileOrFolder(Win("held.txt")), 1);
+    held.Release();
+    EXPECT_EQ(GetFileIsHardlink(Win("held.txt"), nullptr), 0);
     __time64_t written = 7;
     EXPECT_EQ(GetFileDate(Win("none"), nullptr, &written, nullptr), 0);
     EXPECT_EQ(GetFileDate(Win("none"), nullptr, nullptr, nullptr), 0);

@@ -2,15 +2,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "support/canceller.h"
 #include "support/scripted_files.h"
 
 namespace {
 
+using testing_support::Canceller;
 using testing_support::HostFolderTest;
 using testing_support::U;
 using testing_support::W;
@@ -57,7 +57,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
     // Which texts match which names is the filter's own test; here, that the walk applies it everywhere.
     MakeWorkedTree();
     WriteFile("t/sub/d.DOC", "dd");
-    WriteFile("t/sub/e.txt;*", "e");
+    WriteFile("t/sub/e.txt;+", "e");
     struct Case {
         const char* filter;
         ULONGLONG files, bytes;
@@ -66,7 +66,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
         {".TXT", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"*.txt", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"txt", 0, 0, {}},  // no dot: nothing matches
-        {".txt;*.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;*"}},
+        {".txt;+.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;+"}},
         {".log.doc", 2, 7, {"T:\\t\\b.log", "T:\\t\\sub\\d.DOC"}},
     };
     for (const Case& c : cases) {
@@ -111,14 +111,22 @@ TEST_F(FolderWalk, PathThatDoesNotFitANodeIsCountedButNotListed) {
     EXPECT_EQ(counts.list, (Paths{"T:\\" + folder + "\\", "T:\\" + folder + "\\abcde"}));
 }
 
-TEST_F(FolderWalk, LinkBackIntoItsOwnTreeIsListedButNotEntered) {
+TEST_F(FolderWalk, FolderLinksAreWalkedUnlessTheyLeadBackIntoTheWalk) {
     WriteFile("t/a.txt", "1");
-    ASSERT_EQ(symlink("..", Host("t/loop").c_str()), 0);
+    WriteFile("elsewhere/in/b.txt", "22");
+    WriteFile("elsewhere/c.txt", "333");
+    MakeFolder("t/sub");
+    ASSERT_EQ(symlink("..", Host("t/sub/up").c_str()), 0);
     ASSERT_EQ(symlink(".", Host("t/self").c_str()), 0);
+    ASSERT_EQ(symlink(Host("elsewhere").c_str(), Host("t/out").c_str()), 0);
+    // Outside the tree at first, but it holds the link that leads into it.
+    ASSERT_EQ(symlink(Host("t").c_str(), Host("elsewhere/in/back").c_str()), 0);
     const Counts counts = Walk(Win("t"));
-    EXPECT_EQ(counts.files, 1u);
-    EXPECT_EQ(counts.folders, 2u);
-    EXPECT_EQ(counts.list, (Paths{"T:\\t\\a.txt", "T:\\t\\loop\\", "T:\\t\\self\\"}));
+    EXPECT_EQ(counts.list, (Paths{"T:\\t\\a.txt", "T:\\t\\out\\", "T:\\t\\out\\c.txt", "T:\\t\\out\\in\\", "T:\\t\\out\\in\\b.txt",
+                                  "T:\\t\\out\\in\\back\\", "T:\\t\\self\\", "T:\\t\\sub\\", "T:\\t\\sub\\up\\"}));
+    EXPECT_EQ(std::vector<ULONGLONG>({counts.files, counts.folders, counts.bytes}), std::vector<ULONGLONG>({3, 6, 6}));
+    // Walked again from the link's side, the same loop is cut where it closes.
+    EXPECT_EQ(Walk(Win("elsewhere")).files, 3u);
 }
 
 TEST_F(FolderWalk, CancelFlagStopsTheWalkOnlyWhenItEqualsOne) {
@@ -133,6 +141,7 @@ TEST_F(FolderWalk, CancelFlagStopsTheWalkOnlyWhenItEqualsOne) {
 TEST_F(FolderWalk, CancelSetFromAnotherThreadEndsTheWalkBeforeItsNextEntryWithEverySearchClosed) {
     for (const char* name : {"t/a/1.txt", "t/a/2.txt", "t/a/3.txt", "t/b.txt"}) WriteFile(name, "1");
     BOOL cancel = 0;
+    Canceller canceller(cancel);
     int openSearches = 0;
     ApiPatch<&Win32Api::FindFirstFileW> first([&](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         HANDLE find = first.Original()(pattern, data);
@@ -142,7 +151,7 @@ TEST_F(FolderWalk, CancelSetFromAnotherThreadEndsTheWalkBeforeItsNextEntryWithEv
     // Once the walk is inside t\a and has delivered 1.txt, another thread sets the flag.
     ApiPatch<&Win32Api::FindNextFileW> next([&](HANDLE find, LPWIN32_FIND_DATAW data) {
         const BOOL found = next.Original()(find, data);
-        if (found && U(data->cFileName) == "2.txt") std::thread([&] { std::atomic_ref<BOOL>(cancel).store(1); }).join();
+        if (found && U(data->cFileName) == "2.txt") canceller.Fire();
         return found;
     });
     const Counts counts = Walk(Win("t"), CString(), &cancel);

@@ -11,9 +11,11 @@
 
 #include "../platform/api_patch.h"
 #include "support/host_fixture.h"
+#include "support/share_holder.h"
 
 namespace {
 
+using testing_support::HeldElsewhere;
 using testing_support::HostFolderTest;
 using testing_support::U;
 
@@ -84,13 +86,12 @@ TEST_F(FileHash, FailuresLeaveTheBufferZeroedAndReturnZero) {
     // A digest longer than the 16-byte buffer is refused rather than reported as sixteen zeros.
     EXPECT_EQ(HashOf(Win("a.txt"), CALG_SHA1), kFailed);
     EXPECT_EQ(GetFileHash(Win("a.txt"), nullptr, CALG_MD5), 0);
-    // A file another handle is writing cannot be hashed, nor compared, until that handle is gone.
-    HANDLE other = sys().CreateFileW(Win("a.txt"), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+    // A file another process is writing cannot be hashed, nor compared, until that process lets go.
+    HeldElsewhere other(root_, "T:\\a.txt", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    ASSERT_EQ(other.openError(), DWORD(ERROR_SUCCESS));
     EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
     EXPECT_EQ(CompareFileHash(Win("a.txt"), Win("a.txt"), CALG_MD5), -1);
-    sys().CloseHandle(other);
+    other.Release();
     EXPECT_EQ(HashOf(Win("a.txt")), "900150983cd24fb0d6963f7d28e17f72");
 }
 
@@ -133,16 +134,28 @@ TEST_F(FileHash, EachFailingStepReleasesWhatWasAcquiredInReverseOrder) {
     EXPECT_EQ(failing(), all);
 }
 
-TEST_F(FileHash, ReadEndingBeforeTheSizeTakenAtTheStartFailsInsteadOfLooping) {
-    WriteFile("a.txt", Pattern(1000));
-    // The file claims to be larger than what can be read.
-    ApiPatch<&Win32Api::GetFileSize> size([](HANDLE, LPDWORD high) { return *high = 0, DWORD{5000}; });
-    int reads = 0;
-    ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
-        return ++reads, read.Original()(f, b, n, r, o);
-    });
-    EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
-    EXPECT_EQ(reads, 2);  // 1000 bytes, then the end of the file
+TEST_F(FileHash, ReadThatDoesNotEndAtTheSizeTakenAtTheStartFailsInsteadOfLooping) {
+    // The file claims another size than what can be read: it shrank, or grew (a host program appending,
+    // a device that never ends) although the open shares no writing.
+    const struct Case {
+        size_t written;
+        DWORD claimed;
+        int reads;
+    } cases[] = {
+        {1000, 5000, 2},         // 1000 bytes, then the end of the file
+        {200000, 70000, 2},      // past the size with the second block: stops there
+        {200000, 100, 1},        // past it with the first
+    };
+    for (const Case& c : cases) {
+        WriteFile("a.txt", Pattern(c.written));
+        ApiPatch<&Win32Api::GetFileSize> size([&](HANDLE, LPDWORD high) { return *high = 0, c.claimed; });
+        int reads = 0;
+        ApiPatch<&Win32Api::ReadFile> read([&](HANDLE f, LPVOID b, DWORD n, LPDWORD r, LPOVERLAPPED o) {
+            return ++reads, read.Original()(f, b, n, r, o);
+        });
+        EXPECT_EQ(HashOf(Win("a.txt")), kFailed) << c.claimed;
+        EXPECT_EQ(reads, c.reads) << c.claimed;
+    }
 }
 
 TEST_F(FileHash, CompareFileHashTellsEqualDifferentAndUnreadable) {

@@ -6,10 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "../platform/api_patch.h"
+#include "support/canceller.h"
 #include "support/scripted_files.h"
 
 namespace {
 
+using testing_support::Canceller;
 using testing_support::HostFolderTest;
 using testing_support::U;
 
@@ -159,6 +162,24 @@ TEST_F(ListReport, FiltersCombineWithTheExtensionFilterAndCancel) {
     ULONGLONG files = 0;
     GetFileCountInFolderEx(Win("t"), &files, nullptr, nullptr, nullptr, CString(), &cancel, kAnyDate, kAnyDate, 0, 0, 0, &list_);
     EXPECT_EQ(files, 0u);
+}
+
+TEST_F(ListReport, CancelSetFromAnotherThreadWhileARowIsAddedEndsTheWalkAfterThatRow) {
+    for (const char* name : {"t/a.txt", "t/b.txt", "t/sub/c.txt"}) File(name, 1, kMay1);
+    BOOL cancel = 0;
+    Canceller canceller(cancel);
+    ApiPatch<&Win32Api::SendMessageW> onRow([&](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+        const LRESULT result = onRow.Original()(window, message, wParam, lParam);
+        if (message == LVM_INSERTITEMW) canceller.Fire();
+        return result;
+    });
+    ULONGLONG files = 0, bytes = 0;
+    FileListNode head{};
+    GetFileCountInFolderEx(Win("t"), &files, nullptr, &bytes, &head, CString(), &cancel, kAnyDate, kAnyDate, 0, 0, 0, &list_);
+    EXPECT_TRUE(canceller.fired());
+    EXPECT_TRUE(files == 1 && bytes == 1);
+    EXPECT_EQ(Rows(), Strings{"T:\\t\\a.txt|2024/05/01 00:00|1 バイト"});
+    EXPECT_EQ(testing_support::TakePaths(head), Strings{"T:\\t\\a.txt"});
 }
 
 }  // namespace

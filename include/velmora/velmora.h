@@ -111,6 +111,30 @@ VELMORA_EXPORT int GetPathIsFileOrFolder(CString path);
 // the list early. A file with one name leaves names untouched.
 VELMORA_EXPORT int GetFileIsHardlink(CString path, CStringArray* names);
 
+// ---- File properties: security descriptors and drive letters.
+//
+// Security descriptors are the platform's self-relative ones: owner, group, access list (DACL) and audit
+// list (SACL). Each export acts on the one path given; nothing below a folder is visited.
+
+// Reads the whole descriptor of path (owner, group, access list, audit list, label, attributes) into a
+// block allocated with malloc and stores it in *descriptor; the caller frees it with free. reserved is
+// required but never written. Reading the audit list needs the security privilege enabled in the process
+// token (CopySecurityInfo leaves it enabled); without it the result is 0. 1 on success; on failure 0, and
+// *descriptor holds nothing to free: null once a block was allocated, else as it was.
+VELMORA_EXPORT int GetAccessInfo(CString path, PSECURITY_DESCRIPTOR* descriptor, DWORD* reserved);
+// Writes every part of descriptor (such as one from GetAccessInfo) to path: the platform's success flag.
+VELMORA_EXPORT int SetAccessInfo(CString path, PSECURITY_DESCRIPTOR descriptor);
+// Enables the security and take-ownership privileges in the process token, where they stay enabled, then
+// copies the owner, group, access list and audit list of source to target, each when its flag is 1. 0 when
+// every flag is 0 (then the token is not touched), when the process does not hold both privileges, or when
+// the descriptor cannot be read or written.
+VELMORA_EXPORT int CopySecurityInfo(CString source, CString target, int copyOwner, int copyGroup, int copyDacl,
+                                    int copySacl);
+// Moves the volume at oldLetter to newLetter (letters used as given), pausing a second after each change so
+// that the system catches up. When newLetter cannot be taken the volume goes back to oldLetter and the
+// result is 0. Blocks the caller for about two seconds on success.
+VELMORA_EXPORT int ChangeDriveLetter(WCHAR oldLetter, WCHAR newLetter);
+
 // ---- Enumeration and comparison: folder walks, hashing, comparison, content test.
 // Walks path and every folder below it, in the order the file system lists them, a folder before its
 // contents. Counters are only added to: files, folders and the bytes of the files counted (a size that
@@ -188,3 +212,50 @@ VELMORA_EXPORT BOOL CopyFilesNoneShell(CString source, CString destination, BOOL
 VELMORA_EXPORT BOOL CreateFolders(CString path);
 // Deletes a folder with everything in it for good, through the shell; quietly when silent is 1.
 VELMORA_EXPORT BOOL DeleteFolders(CString path, BOOL silent, HWND owner);
+
+// ---- Shell archives and shortcuts: zip compression and extraction through the shell, shortcut targets.
+
+// Puts a file or a folder (under its own name) into a zip archive through the shell's compressed folders,
+// creating the archive as an empty one when it does not exist (".zip" is appended to zipPath when it does
+// not end in it, case ignored) and adding to it when it does. Waits for the shell's progress window (6
+// seconds unless silent is 1 and the window could be hidden), then until the shell has released the
+// archive, at most one hour. silent 1: no questions, no error boxes, the progress window hidden.
+// detailCode (optional): 0 done (result 1); -1 source missing; -2 source is an empty folder; -3 zipPath
+// empty; -4 archive could not be created; -5 the empty archive could not be written; -6 no shell; -7 the
+// archive is not a shell folder; -8 the shell refused the copy; -9 the shell accepted the copy but the
+// archive was not released: still held after an hour, or it cannot be opened for writing at all (the
+// archive may be incomplete).
+VELMORA_EXPORT BOOL CompressToZip(CString source, CString zipPath, int silent, int* detailCode);
+// The same for plain wide strings; a null or empty string gives 0 without writing the detail code.
+VELMORA_EXPORT BOOL CompressToZipT(LPCWSTR source, LPCWSTR zipPath, int silent, int* detailCode);
+// Unpacks every entry of the archive (its path used unchanged) into destination, made when missing, through
+// the shell; returns when the shell's copy has returned. silent 1: no questions, no error boxes. 1 when the
+// shell accepted the copy.
+VELMORA_EXPORT BOOL ExtractFromZip(CString zipPath, CString destination, int silent);
+// Writes into buffer (260 units, required) the command line a shell link stands for: the target path with
+// environment variables expanded, one space, the arguments as stored (so a link without arguments gives
+// its path and a space). pFindData (optional) receives the target's find data as the link holds it. 1 when
+// the link's arguments could be read. A link that cannot be loaded leaves buffer untouched; a command line
+// that does not fit 260 units with its terminator is not cut: buffer is left empty and the result is 0.
+VELMORA_EXPORT BOOL GetShortCutTargetPath(CString linkPath, LPWSTR buffer, WIN32_FIND_DATAW* pFindData);
+// ---- WIM images, through the system's imaging library (wimgapi.dll), loaded for each call and released
+// before it returns. An entry point missing from that library gives 0 with last error ERROR_PROC_NOT_FOUND;
+// every other failure leaves the loader's or the imaging library's last error. Paths of MAX_PATH units or
+// more are refused with 0.
+
+// Adds one image of sourceFolder's tree to imageFile, creating the file (with the compression type given:
+// WIM_COMPRESS_NONE, _XPRESS, _LZX or _LZMS) when it does not exist; an existing file keeps its own.
+// temporaryFolder empty: the user's temporary folder. While it runs, *percent receives the progress and
+// textWindow's text each file's path; with either given, the calling thread's messages are pumped.
+VELMORA_EXPORT BOOL CompressToWim(CString imageFile, CString sourceFolder, CString temporaryFolder, DWORD compression,
+                                  DWORD* percent, CWnd* textWindow);
+// Writes image number index (from 1) of imageFile into targetFolder; progress as for CompressToWim. The
+// result is the imaging library's own once the image could be loaded.
+VELMORA_EXPORT BOOL ExtractFromWim(CString imageFile, CString targetFolder, CString temporaryFolder, DWORD index,
+                                   DWORD* percent, CWnd* textWindow);
+// Mounts image number index of imageFile at the empty mountFolder. With temporaryFolder empty the mount is
+// for reading only. The mount outlives the call; the result is the imaging library's.
+VELMORA_EXPORT BOOL MountWim(CString imageFile, CString mountFolder, CString temporaryFolder, DWORD index);
+// Unmounts it again: commit nonzero writes the changes made under mountFolder back into the image, zero
+// discards them. The same image file, folder and index as the mount; the result is the imaging library's.
+VELMORA_EXPORT BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit);

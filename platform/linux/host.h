@@ -3,6 +3,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
 
 #include "../wstr.h"
@@ -57,5 +59,71 @@ using DialogResponder = std::function<int(const DialogRequest& request)>;
 void SetDialogResponder(DialogResponder responder);
 // Shows a dialog to the responder: its answer, or kDialogCannotBeShown when there is none.
 int AskDialog(const DialogRequest& request);
+
+// ---- Libraries loaded at run time: the emulated system folder.
+//
+// GetSystemDirectoryW names a folder that holds the modules registered here, each a table of entry points
+// by name; LoadLibraryW finds them there (by full path in that folder, or by bare name), GetProcAddress
+// answers from the table. The platform registers its own modules (wimgapi.dll) at start-up. A test may
+// register a module of its own under the same name: it hides the platform's until the registration ends,
+// so the test can offer a module that lacks an entry point, that cannot be loaded, or whose entry points
+// answer as the test says.
+struct ModuleDefinition {
+    std::map<std::string, FARPROC> entryPoints;  // by exact (case-sensitive) name, as GetProcAddress matches
+    DWORD loadError = 0;                           // nonzero: LoadLibraryW fails with this code
+};
+
+// Registers a module under its file name (wimgapi.dll) for the life of the object. A module loaded while
+// registered stays usable until its last FreeLibrary, even when the registration ends first.
+class SystemModule {
+public:
+    SystemModule(const WString& fileName, ModuleDefinition definition);
+    ~SystemModule();
+    SystemModule(const SystemModule&) = delete;
+    SystemModule& operator=(const SystemModule&) = delete;
+
+private:
+    WString fileName_;
+    std::shared_ptr<const ModuleDefinition> definition_;
+};
+
+// How many loads of the named module (a bare file name) have not been freed yet.
+int ModuleLoadCount(const WString& fileName);
+
+// An entry point of a table, from any function pointer.
+template <class Function>
+FARPROC EntryPoint(Function function) {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+}
+
+}  // namespace vlx
+
+// ---- COM: what tests need to prove that every reference and apartment was given back.
+namespace vlx {
+// Objects of the platform's COM classes still alive (Shell.Application, its folders and items, shell links).
+size_t LiveComObjectCount();
+// How many CoInitialize calls of the calling thread are not yet balanced by CoUninitialize.
+int ComApartmentDepth();
+}  // namespace vlx
+
+// ---- The process token, local memory, the mount manager and security descriptors.
+namespace vlx {
+
+// The token the process runs with: an elevated administrator's (backup, restore, security and
+// take-ownership held, not yet enabled), a standard user's (none of them), or the one the process's own
+// user gives (root is elevated). Resets every adjustment made since.
+enum class TokenKind { Elevated, StandardUser, AsProcessRuns };
+void SetProcessToken(TokenKind kind);
+
+// Blocks from LocalAlloc not yet given back with LocalFree.
+size_t LocalBlockCount();
+
+// The volume name ("\\?\Volume{GUID}\") of the host-folder volume on a host folder: the same folder gets
+// the same name in every run, wherever it is mapped.
+WString HostFolderVolumeName(const std::string& hostFolder);
+
+// A security descriptor (self-relative or absolute) in the string form Windows tools show
+// ("O:...G:...D:(A;;FA;;;SY)"); empty when the descriptor is not valid.
+WString SecurityDescriptorToSddl(const void* descriptor);
 
 }  // namespace vlx

@@ -309,7 +309,7 @@ typedef enum _FINDEX_SEARCH_OPS {
 #define ERROR_MORE_DATA 234L
 #define ERROR_NO_MORE_ITEMS 259L
 #define ERROR_DIRECTORY 267L
-#define ERROR_NOT_A_REPARSE_POINT 4390L
+#define ERROR_DLL_INIT_FAILED 1114L
 #define ERROR_OPERATION_ABORTED 995L
 #define ERROR_IO_PENDING 997L
 #define ERROR_NOACCESS 998L
@@ -712,3 +712,452 @@ typedef struct {
     int iLow;
     int iHigh;
 } PBRANGE, *PPBRANGE;
+
+// The shell refuses to delete, move or rename a volume's root folder.
+#define DE_ROOTDIR 0x74
+
+// ---- Shell archives and shortcuts: COM, automation types, the shell's folder objects and shell links.
+// Interfaces are declared in the order of the published ones, so that vtable slots match Windows.
+typedef int errno_t;
+typedef WCHAR OLECHAR;
+typedef OLECHAR* LPOLESTR;
+typedef const OLECHAR* LPCOLESTR;
+typedef OLECHAR* BSTR;
+typedef SHORT VARIANT_BOOL;
+typedef WORD VARTYPE;
+typedef DWORD LCID;
+typedef LONG DISPID;
+#define VARIANT_TRUE (static_cast<VARIANT_BOOL>(-1))
+#define VARIANT_FALSE (static_cast<VARIANT_BOOL>(0))
+
+typedef struct _GUID {
+    DWORD Data1;
+    WORD Data2;
+    WORD Data3;
+    BYTE Data4[8];
+} GUID, IID, CLSID;
+typedef const GUID& REFGUID;
+typedef const IID& REFIID;
+typedef const CLSID& REFCLSID;
+inline bool IsEqualGUID(REFGUID a, REFGUID b) {
+    if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;
+    for (int at = 0; at < 8; ++at) {
+        if (a.Data4[at] != b.Data4[at]) return false;
+    }
+    return true;
+}
+inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
+inline bool operator!=(REFGUID a, REFGUID b) { return !IsEqualGUID(a, b); }
+
+#define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
+#define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+#define S_OK (static_cast<HRESULT>(0L))
+#define S_FALSE (static_cast<HRESULT>(1L))
+#define E_NOTIMPL (static_cast<HRESULT>(0x80004001L))
+#define E_NOINTERFACE (static_cast<HRESULT>(0x80004002L))
+#define E_POINTER (static_cast<HRESULT>(0x80004003L))
+#define E_ABORT (static_cast<HRESULT>(0x80004004L))
+#define E_FAIL (static_cast<HRESULT>(0x80004005L))
+#define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFL))
+#define E_ACCESSDENIED (static_cast<HRESULT>(0x80070005L))
+#define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000EL))
+#define E_INVALIDARG (static_cast<HRESULT>(0x80070057L))
+#define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154L))
+#define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110L))
+#define CO_E_NOTINITIALIZED (static_cast<HRESULT>(0x800401F0L))
+#define RPC_E_CHANGED_MODE (static_cast<HRESULT>(0x80010106L))
+#define DISP_E_MEMBERNOTFOUND (static_cast<HRESULT>(0x80020003L))
+#define DISP_E_TYPEMISMATCH (static_cast<HRESULT>(0x80020005L))
+#define FACILITY_WIN32 7
+#define HRESULT_FROM_WIN32(x) \
+    (static_cast<HRESULT>(x) <= 0 ? static_cast<HRESULT>(x) \
+                                  : static_cast<HRESULT>((static_cast<DWORD>(x) & 0x0000FFFF) | (FACILITY_WIN32 << 16) | 0x80000000))
+
+#define COINIT_APARTMENTTHREADED 0x2
+#define COINIT_MULTITHREADED 0x0
+#define CLSCTX_INPROC_SERVER 0x1
+#define STGM_READ 0x00000000L
+#define STGM_WRITE 0x00000001L
+#define STGM_READWRITE 0x00000002L
+
+enum VARENUM : VARTYPE { VT_EMPTY = 0, VT_NULL = 1, VT_I2 = 2, VT_I4 = 3, VT_BSTR = 8, VT_DISPATCH = 9, VT_BOOL = 11,
+                         VT_UNKNOWN = 13, VT_INT = 22 };
+
+struct IUnknown;
+struct IDispatch;
+struct ITypeInfo;
+typedef IUnknown* LPUNKNOWN;
+
+// The 24-byte VARIANT of 64-bit Windows: the type, three reserved words, then the value.
+typedef struct tagVARIANT {
+    VARTYPE vt;
+    WORD wReserved1;
+    WORD wReserved2;
+    WORD wReserved3;
+    union {
+        LONGLONG llVal;
+        LONG lVal;
+        SHORT iVal;
+        INT intVal;
+        VARIANT_BOOL boolVal;
+        BSTR bstrVal;
+        IUnknown* punkVal;
+        IDispatch* pdispVal;
+        void* byref;
+        struct {
+            PVOID pvRecord;
+            PVOID pRecInfo;
+        } brecVal;
+    };
+} VARIANT, VARIANTARG;
+static_assert(sizeof(VARIANT) == 24, "VARIANT has the 64-bit SDK's layout");
+
+typedef struct tagDISPPARAMS {
+    VARIANTARG* rgvarg;
+    DISPID* rgdispidNamedArgs;
+    UINT cArgs;
+    UINT cNamedArgs;
+} DISPPARAMS;
+typedef struct tagEXCEPINFO {
+    WORD wCode;
+    WORD wReserved;
+    BSTR bstrSource;
+    BSTR bstrDescription;
+    BSTR bstrHelpFile;
+    DWORD dwHelpContext;
+    PVOID pvReserved;
+    HRESULT(WINAPI* pfnDeferredFillIn)(struct tagEXCEPINFO*);
+    LONG scode;
+} EXCEPINFO;
+
+#define STDMETHODCALLTYPE WINAPI
+#define STDMETHOD(name) virtual HRESULT STDMETHODCALLTYPE name
+#define STDMETHOD_(type, name) virtual type STDMETHODCALLTYPE name
+#define PURE = 0
+
+struct IUnknown {
+    STDMETHOD(QueryInterface)(REFIID riid, void** object) PURE;
+    STDMETHOD_(ULONG, AddRef)() PURE;
+    STDMETHOD_(ULONG, Release)() PURE;
+};
+
+struct IDispatch : IUnknown {
+    STDMETHOD(GetTypeInfoCount)(UINT* count) PURE;
+    STDMETHOD(GetTypeInfo)(UINT index, LCID locale, ITypeInfo** info) PURE;
+    STDMETHOD(GetIDsOfNames)(REFIID riid, LPOLESTR* names, UINT count, LCID locale, DISPID* ids) PURE;
+    STDMETHOD(Invoke)(DISPID member, REFIID riid, LCID locale, WORD flags, DISPPARAMS* params, VARIANT* result,
+                      EXCEPINFO* exception, UINT* argumentError) PURE;
+};
+
+struct Folder;
+struct FolderItem;
+struct FolderItems;
+struct FolderItemVerbs;
+
+struct IShellDispatch : IDispatch {
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(NameSpace)(VARIANT folder, Folder** result) PURE;
+    STDMETHOD(BrowseForFolder)(LONG window, BSTR title, LONG options, VARIANT root, Folder** result) PURE;
+    STDMETHOD(Windows)(IDispatch** windows) PURE;
+    STDMETHOD(Open)(VARIANT folder) PURE;
+    STDMETHOD(Explore)(VARIANT folder) PURE;
+    STDMETHOD(MinimizeAll)() PURE;
+    STDMETHOD(UndoMinimizeALL)() PURE;
+    STDMETHOD(FileRun)() PURE;
+    STDMETHOD(CascadeWindows)() PURE;
+    STDMETHOD(TileVertically)() PURE;
+    STDMETHOD(TileHorizontally)() PURE;
+    STDMETHOD(ShutdownWindows)() PURE;
+    STDMETHOD(Suspend)() PURE;
+    STDMETHOD(EjectPC)() PURE;
+    STDMETHOD(SetTime)() PURE;
+    STDMETHOD(TrayProperties)() PURE;
+    STDMETHOD(Help)() PURE;
+    STDMETHOD(FindFiles)() PURE;
+    STDMETHOD(FindComputer)() PURE;
+    STDMETHOD(RefreshMenu)() PURE;
+    STDMETHOD(ControlPanelItem)(BSTR file) PURE;
+};
+
+struct Folder : IDispatch {
+    STDMETHOD(get_Title)(BSTR* title) PURE;
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(get_ParentFolder)(Folder** parent) PURE;
+    STDMETHOD(Items)(FolderItems** items) PURE;
+    STDMETHOD(ParseName)(BSTR name, FolderItem** item) PURE;
+    STDMETHOD(NewFolder)(BSTR name, VARIANT options) PURE;
+    STDMETHOD(MoveHere)(VARIANT item, VARIANT options) PURE;
+    STDMETHOD(CopyHere)(VARIANT item, VARIANT options) PURE;
+    STDMETHOD(GetDetailsOf)(VARIANT item, int column, BSTR* text) PURE;
+};
+
+struct FolderItems : IDispatch {
+    STDMETHOD(get_Count)(LONG* count) PURE;
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(Item)(VARIANT index, FolderItem** item) PURE;
+    STDMETHOD(_NewEnum)(IUnknown** enumerator) PURE;
+};
+
+struct FolderItem : IDispatch {
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(get_Name)(BSTR* name) PURE;
+    STDMETHOD(put_Name)(BSTR name) PURE;
+    STDMETHOD(get_Path)(BSTR* path) PURE;
+    STDMETHOD(get_GetLink)(IDispatch** link) PURE;
+    STDMETHOD(get_GetFolder)(IDispatch** folder) PURE;
+    STDMETHOD(get_IsLink)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsFolder)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsFileSystem)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsBrowsable)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_ModifyDate)(DATE* date) PURE;
+    STDMETHOD(put_ModifyDate)(DATE date) PURE;
+    STDMETHOD(get_Size)(LONG* size) PURE;
+    STDMETHOD(get_Type)(BSTR* type) PURE;
+    STDMETHOD(Verbs)(FolderItemVerbs** verbs) PURE;
+    STDMETHOD(InvokeVerb)(VARIANT verb) PURE;
+};
+
+struct _ITEMIDLIST;
+typedef _ITEMIDLIST* PIDLIST_ABSOLUTE;
+typedef const _ITEMIDLIST* PCIDLIST_ABSOLUTE;
+
+struct IShellLinkW : IUnknown {
+    STDMETHOD(GetPath)(LPWSTR file, int capacity, WIN32_FIND_DATAW* findData, DWORD flags) PURE;
+    STDMETHOD(GetIDList)(PIDLIST_ABSOLUTE* list) PURE;
+    STDMETHOD(SetIDList)(PCIDLIST_ABSOLUTE list) PURE;
+    STDMETHOD(GetDescription)(LPWSTR name, int capacity) PURE;
+    STDMETHOD(SetDescription)(LPCWSTR name) PURE;
+    STDMETHOD(GetWorkingDirectory)(LPWSTR folder, int capacity) PURE;
+    STDMETHOD(SetWorkingDirectory)(LPCWSTR folder) PURE;
+    STDMETHOD(GetArguments)(LPWSTR arguments, int capacity) PURE;
+    STDMETHOD(SetArguments)(LPCWSTR arguments) PURE;
+    STDMETHOD(GetHotkey)(WORD* hotkey) PURE;
+    STDMETHOD(SetHotkey)(WORD hotkey) PURE;
+    STDMETHOD(GetShowCmd)(int* showCommand) PURE;
+    STDMETHOD(SetShowCmd)(int showCommand) PURE;
+    STDMETHOD(GetIconLocation)(LPWSTR iconPath, int capacity, int* icon) PURE;
+    STDMETHOD(SetIconLocation)(LPCWSTR iconPath, int icon) PURE;
+    STDMETHOD(SetRelativePath)(LPCWSTR path, DWORD reserved) PURE;
+    STDMETHOD(Resolve)(HWND window, DWORD flags) PURE;
+    STDMETHOD(SetPath)(LPCWSTR file) PURE;
+};
+
+struct IPersist : IUnknown {
+    STDMETHOD(GetClassID)(CLSID* classId) PURE;
+};
+
+struct IPersistFile : IPersist {
+    STDMETHOD(IsDirty)() PURE;
+    STDMETHOD(Load)(LPCOLESTR fileName, DWORD mode) PURE;
+    STDMETHOD(Save)(LPCOLESTR fileName, BOOL remember) PURE;
+    STDMETHOD(SaveCompleted)(LPCOLESTR fileName) PURE;
+    STDMETHOD(GetCurFile)(LPOLESTR* fileName) PURE;
+};
+// WIM images: run-time libraries, the imaging library's errors and the timers a window shows progress by.
+#define ERROR_BAD_FORMAT 11L
+#define ERROR_FILE_CORRUPT 1392L
+#define ERROR_DLL_INIT_FAILED 1114L
+#define USER_TIMER_MINIMUM 0x0000000A
+typedef VOID(CALLBACK* TIMERPROC)(HWND window, UINT message, UINT_PTR id, DWORD time);
+#define WC_STATICW u"Static"
+// Odd files of a host folder (pipes, sockets, devices): what Windows answers for an entry it cannot open.
+#define ERROR_CANT_ACCESS_FILE 1920L
+// ---- Security descriptors, SIDs, access lists and the process token (advapi32), and local memory.
+typedef DWORD SECURITY_INFORMATION, *PSECURITY_INFORMATION;
+typedef WORD SECURITY_DESCRIPTOR_CONTROL, *PSECURITY_DESCRIPTOR_CONTROL;
+typedef PVOID PSECURITY_DESCRIPTOR;
+typedef PVOID PSID;
+typedef DWORD ACCESS_MASK;
+typedef void* HLOCAL;
+
+#define OWNER_SECURITY_INFORMATION 0x00000001L
+#define GROUP_SECURITY_INFORMATION 0x00000002L
+#define DACL_SECURITY_INFORMATION 0x00000004L
+#define SACL_SECURITY_INFORMATION 0x00000008L
+#define LABEL_SECURITY_INFORMATION 0x00000010L
+#define ATTRIBUTE_SECURITY_INFORMATION 0x00000020L
+#define SCOPE_SECURITY_INFORMATION 0x00000040L
+#define PROCESS_TRUST_LABEL_SECURITY_INFORMATION 0x00000080L
+#define BACKUP_SECURITY_INFORMATION 0x00010000L
+#define PROTECTED_DACL_SECURITY_INFORMATION 0x80000000L
+#define PROTECTED_SACL_SECURITY_INFORMATION 0x40000000L
+#define UNPROTECTED_DACL_SECURITY_INFORMATION 0x20000000L
+#define UNPROTECTED_SACL_SECURITY_INFORMATION 0x10000000L
+
+#define SECURITY_DESCRIPTOR_REVISION 1
+#define SECURITY_DESCRIPTOR_MIN_LENGTH 40
+#define SE_OWNER_DEFAULTED 0x0001
+#define SE_GROUP_DEFAULTED 0x0002
+#define SE_DACL_PRESENT 0x0004
+#define SE_DACL_DEFAULTED 0x0008
+#define SE_SACL_PRESENT 0x0010
+#define SE_SACL_DEFAULTED 0x0020
+#define SE_DACL_AUTO_INHERIT_REQ 0x0100
+#define SE_SACL_AUTO_INHERIT_REQ 0x0200
+#define SE_DACL_AUTO_INHERITED 0x0400
+#define SE_SACL_AUTO_INHERITED 0x0800
+#define SE_DACL_PROTECTED 0x1000
+#define SE_SACL_PROTECTED 0x2000
+#define SE_RM_CONTROL_VALID 0x4000
+#define SE_SELF_RELATIVE 0x8000
+
+// The in-memory (absolute) form holds pointers; the self-relative form, which files keep and
+// GetFileSecurityW hands out, holds offsets from its own start.
+typedef struct _SID_IDENTIFIER_AUTHORITY {
+    BYTE Value[6];
+} SID_IDENTIFIER_AUTHORITY, *PSID_IDENTIFIER_AUTHORITY;
+typedef struct _SID {
+    BYTE Revision;
+    BYTE SubAuthorityCount;
+    SID_IDENTIFIER_AUTHORITY IdentifierAuthority;
+    DWORD SubAuthority[1];
+} SID;
+#define SID_REVISION 1
+#define SID_MAX_SUB_AUTHORITIES 15
+typedef struct _ACL {
+    BYTE AclRevision;
+    BYTE Sbz1;
+    WORD AclSize;
+    WORD AceCount;
+    WORD Sbz2;
+} ACL, *PACL;
+#define ACL_REVISION 2
+#define ACL_REVISION_DS 4
+typedef struct _ACE_HEADER {
+    BYTE AceType;
+    BYTE AceFlags;
+    WORD AceSize;
+} ACE_HEADER, *PACE_HEADER;
+typedef struct _ACCESS_ALLOWED_ACE {
+    ACE_HEADER Header;
+    ACCESS_MASK Mask;
+    DWORD SidStart;
+} ACCESS_ALLOWED_ACE, *PACCESS_ALLOWED_ACE;
+typedef ACCESS_ALLOWED_ACE ACCESS_DENIED_ACE;
+typedef ACCESS_ALLOWED_ACE SYSTEM_AUDIT_ACE;
+typedef ACCESS_ALLOWED_ACE SYSTEM_MANDATORY_LABEL_ACE;
+#define ACCESS_ALLOWED_ACE_TYPE 0x0
+#define ACCESS_DENIED_ACE_TYPE 0x1
+#define SYSTEM_AUDIT_ACE_TYPE 0x2
+#define SYSTEM_ALARM_ACE_TYPE 0x3
+#define SYSTEM_MANDATORY_LABEL_ACE_TYPE 0x11
+#define OBJECT_INHERIT_ACE 0x01
+#define CONTAINER_INHERIT_ACE 0x02
+#define NO_PROPAGATE_INHERIT_ACE 0x04
+#define INHERIT_ONLY_ACE 0x08
+#define INHERITED_ACE 0x10
+#define SUCCESSFUL_ACCESS_ACE_FLAG 0x40
+#define FAILED_ACCESS_ACE_FLAG 0x80
+#define SYSTEM_MANDATORY_LABEL_NO_WRITE_UP 0x1
+#define SYSTEM_MANDATORY_LABEL_NO_READ_UP 0x2
+#define SYSTEM_MANDATORY_LABEL_NO_EXECUTE_UP 0x4
+
+typedef struct _SECURITY_DESCRIPTOR_RELATIVE {
+    BYTE Revision;
+    BYTE Sbz1;
+    SECURITY_DESCRIPTOR_CONTROL Control;
+    DWORD Owner;
+    DWORD Group;
+    DWORD Sacl;
+    DWORD Dacl;
+} SECURITY_DESCRIPTOR_RELATIVE, *PISECURITY_DESCRIPTOR_RELATIVE;
+static_assert(sizeof(SECURITY_DESCRIPTOR_RELATIVE) == 20, "SECURITY_DESCRIPTOR_RELATIVE has the SDK's layout");
+typedef struct _SECURITY_DESCRIPTOR {
+    BYTE Revision;
+    BYTE Sbz1;
+    SECURITY_DESCRIPTOR_CONTROL Control;
+    PSID Owner;
+    PSID Group;
+    PACL Sacl;
+    PACL Dacl;
+} SECURITY_DESCRIPTOR, *PISECURITY_DESCRIPTOR;
+static_assert(sizeof(SECURITY_DESCRIPTOR) == 40, "SECURITY_DESCRIPTOR has the SDK's layout");
+
+// File rights beyond those above.
+#define FILE_ADD_SUBDIRECTORY 0x0004
+#define FILE_DELETE_CHILD 0x0040
+#define STANDARD_RIGHTS_REQUIRED 0x000F0000L
+#define STANDARD_RIGHTS_READ READ_CONTROL
+#define STANDARD_RIGHTS_WRITE READ_CONTROL
+#define STANDARD_RIGHTS_EXECUTE READ_CONTROL
+#define FILE_ALL_ACCESS (STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0x1FF)
+#define FILE_GENERIC_READ (STANDARD_RIGHTS_READ | FILE_READ_DATA | FILE_READ_ATTRIBUTES | FILE_READ_EA | SYNCHRONIZE)
+#define FILE_GENERIC_WRITE \
+    (STANDARD_RIGHTS_WRITE | FILE_WRITE_DATA | FILE_WRITE_ATTRIBUTES | FILE_WRITE_EA | FILE_APPEND_DATA | SYNCHRONIZE)
+#define FILE_GENERIC_EXECUTE (STANDARD_RIGHTS_EXECUTE | FILE_READ_ATTRIBUTES | FILE_EXECUTE | SYNCHRONIZE)
+
+// The process token.
+typedef struct _LUID {
+    DWORD LowPart;
+    LONG HighPart;
+} LUID, *PLUID;
+typedef struct _LUID_AND_ATTRIBUTES {
+    LUID Luid;
+    DWORD Attributes;
+} LUID_AND_ATTRIBUTES, *PLUID_AND_ATTRIBUTES;
+typedef struct _TOKEN_PRIVILEGES {
+    DWORD PrivilegeCount;
+    LUID_AND_ATTRIBUTES Privileges[1];
+} TOKEN_PRIVILEGES, *PTOKEN_PRIVILEGES;
+static_assert(sizeof(TOKEN_PRIVILEGES) == 16, "TOKEN_PRIVILEGES has the SDK's layout");
+typedef enum _TOKEN_INFORMATION_CLASS {
+    TokenUser = 1,
+    TokenGroups,
+    TokenPrivileges,
+    TokenOwner,
+    TokenPrimaryGroup,
+    TokenElevation = 20,
+} TOKEN_INFORMATION_CLASS;
+typedef struct _TOKEN_ELEVATION {
+    DWORD TokenIsElevated;
+} TOKEN_ELEVATION, *PTOKEN_ELEVATION;
+#define TOKEN_ASSIGN_PRIMARY 0x0001
+#define TOKEN_DUPLICATE 0x0002
+#define TOKEN_IMPERSONATE 0x0004
+#define TOKEN_QUERY 0x0008
+#define TOKEN_QUERY_SOURCE 0x0010
+#define TOKEN_ADJUST_PRIVILEGES 0x0020
+#define TOKEN_ADJUST_GROUPS 0x0040
+#define TOKEN_ADJUST_DEFAULT 0x0080
+#define TOKEN_ADJUST_SESSIONID 0x0100
+#define TOKEN_ALL_ACCESS (STANDARD_RIGHTS_REQUIRED | 0x01FF)
+#define SE_PRIVILEGE_ENABLED_BY_DEFAULT 0x00000001L
+#define SE_PRIVILEGE_ENABLED 0x00000002L
+#define SE_PRIVILEGE_REMOVED 0x00000004L
+#define SE_PRIVILEGE_USED_FOR_ACCESS 0x80000000L
+#define SE_SECURITY_NAME u"SeSecurityPrivilege"
+#define SE_TAKE_OWNERSHIP_NAME u"SeTakeOwnershipPrivilege"
+#define SE_BACKUP_NAME u"SeBackupPrivilege"
+#define SE_RESTORE_NAME u"SeRestorePrivilege"
+#define SE_CHANGE_NOTIFY_NAME u"SeChangeNotifyPrivilege"
+#define SE_SHUTDOWN_NAME u"SeShutdownPrivilege"
+#define SE_DEBUG_NAME u"SeDebugPrivilege"
+#define SE_MANAGE_VOLUME_NAME u"SeManageVolumePrivilege"
+#define SE_INC_WORKING_SET_NAME u"SeIncreaseWorkingSetPrivilege"
+#define SE_TIME_ZONE_NAME u"SeTimeZonePrivilege"
+#define SE_UNDOCK_NAME u"SeUndockPrivilege"
+#define SE_CREATE_SYMBOLIC_LINK_NAME u"SeCreateSymbolicLinkPrivilege"
+#define SE_IMPERSONATE_NAME u"SeImpersonatePrivilege"
+#define SE_CREATE_GLOBAL_NAME u"SeCreateGlobalPrivilege"
+#define SE_SYSTEM_ENVIRONMENT_NAME u"SeSystemEnvironmentPrivilege"
+#define SE_LOAD_DRIVER_NAME u"SeLoadDriverPrivilege"
+#define ERROR_INVALID_OWNER 1307L
+#define ERROR_INVALID_PRIMARY_GROUP 1308L
+#define ERROR_NO_SUCH_PRIVILEGE 1313L
+#define ERROR_INVALID_ACL 1336L
+#define ERROR_INVALID_SID 1337L
+#define ERROR_INVALID_SECURITY_DESCR 1338L
+#define ERROR_BAD_INHERITANCE_ACL 1340L
+#define ERROR_NONE_MAPPED 1332L
+
+#define LMEM_FIXED 0x0000
+#define LMEM_MOVEABLE 0x0002
+#define LMEM_ZEROINIT 0x0040
+#define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
+
+// The mount manager: volume names are "\\?\Volume{GUID}\".
+#define ERROR_INVALID_DRIVE_OBJECT 4321L

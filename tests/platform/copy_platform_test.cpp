@@ -1,11 +1,18 @@
 // The Linux platform's copy services: CopyFileExW, SHFileOperationW, TaskDialogIndirect and the progress bar.
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <tuple>
 
 #include "../../platform/linux/desktop/desktop.h"
+#include "../support/canceller.h"
 #include "../support/copy_support.h"
 
 namespace {
@@ -113,6 +120,157 @@ TEST_F(CopyFilePlatform, StopsWithNoPartialTargetLeft) {
     EXPECT_FALSE(fs::exists(Host("b.bin")));
 }
 
+// Whether two host files hold the same bytes, read in blocks: large files byte by byte are slow under
+// the sanitizers.
+bool SameBytes(const std::string& a, const std::string& b) {
+    std::ifstream first(a, std::ios::binary), second(b, std::ios::binary);
+    std::vector<char> x(1 << 20), y(1 << 20);
+    while (first && second) {
+        first.read(x.data(), static_cast<std::streamsize>(x.size()));
+        second.read(y.data(), static_cast<std::streamsize>(y.size()));
+        if (first.gcount() != second.gcount() || !std::equal(x.begin(), x.begin() + first.gcount(), y.begin())) return false;
+    }
+    return first.eof() && second.eof();
+}
+
+// The names in the test folder, so that a copy's own working file would show.
+std::vector<std::string> FolderNames(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST_F(CopyFilePlatform, AReplacedFileStaysWholeUntilTheCopyIsCompleteAndNothingElseIsLeft) {
+    WriteFile("a.bin", std::string(3 << 20, 'n'));
+    WriteFile("b.bin", "old");
+    // Cancelled between chunks, and failing to write halfway as on a full disk (a file size limit stands
+    // in for the disk here).
+    Script script{{}, 2, PROGRESS_CANCEL};
+    EXPECT_EQ(Copy("a.bin", "b.bin", &script), FALSE);
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+    EXPECT_EQ(ReadHostFile(Host("b.bin")), "old");
+
+    struct rlimit before {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto oldSignal = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = before;
+    small.rlim_cur = 1 << 20;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const BOOL copied = Copy("a.bin", "b.bin");
+    const DWORD error = sys().GetLastError();
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, oldSignal);
+    EXPECT_EQ(copied, FALSE);
+    EXPECT_NE(error, static_cast<DWORD>(ERROR_SUCCESS));
+    EXPECT_EQ(ReadHostFile(Host("b.bin")), "old");
+    EXPECT_EQ(FolderNames(root_), (std::vector<std::string>{"a.bin", "b.bin"}));
+
+    // Once whole, the copy takes the old file's place and keeps its permissions.
+    ASSERT_EQ(chmod(Host("b.bin").c_str(), 0640), 0);
+    EXPECT_EQ(Copy("a.bin", "b.bin"), TRUE);
+    EXPECT_TRUE(SameBytes(Host("b.bin"), Host("a.bin")));
+    struct stat status {};
+    ASSERT_EQ(stat(Host("b.bin").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(FolderNames(root_), (std::vector<std::string>{"a.bin", "b.bin"}));
+}
+
+TEST_F(CopyFilePlatform, ReplacesWhatALinkLeadsToAndKeepsTheLink) {
+    WriteFile("a.txt", "new");
+    WriteFile("real.txt", "old");
+    ASSERT_EQ(symlink("real.txt", Host("link.txt").c_str()), 0);
+    EXPECT_EQ(Copy("a.txt", "link.txt"), TRUE);
+    EXPECT_TRUE(fs::is_symlink(Host("link.txt")));
+    EXPECT_EQ(ReadHostFile(Host("real.txt")), "new");
+}
+
+TEST_F(CopyFilePlatform, ASparseFileStaysSparse) {
+    const off_t size = 16 << 20;
+    {
+        std::ofstream(Host("sparse.bin"));
+    }
+    ASSERT_EQ(truncate(Host("sparse.bin").c_str(), size), 0);
+    {
+        std::fstream file(Host("sparse.bin"), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(10 << 20);
+        file << std::string(8192, 'x');
+    }
+    EXPECT_EQ(Copy("sparse.bin", "copy.bin"), TRUE);
+    struct stat status {};
+    ASSERT_EQ(stat(Host("copy.bin").c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, size);
+    EXPECT_LT(status.st_blocks * 512, 1 << 20) << "the holes were written out";
+    EXPECT_TRUE(SameBytes(Host("copy.bin"), Host("sparse.bin")));
+}
+
+// ---- Odd files: pipes, sockets and devices in a host folder
+
+class OddFiles : public HostFolderTest {
+protected:
+    void SetUp() override {
+        HostFolderTest::SetUp();
+        ASSERT_EQ(mkfifo(Host("pipe").c_str(), 0644), 0);
+        ASSERT_EQ(symlink("/dev/zero", Host("zero").c_str()), 0);
+        socket_ = socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = Host("socket");
+        ASSERT_LT(path.size(), sizeof address.sun_path);
+        path.copy(address.sun_path, path.size());
+        ASSERT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    void TearDown() override {
+        close(socket_);
+        HostFolderTest::TearDown();
+    }
+    int socket_ = -1;
+};
+
+TEST_F(OddFiles, AreListedAndLookedAtButNeverOpenedForTheirData) {
+    for (const char* name : {"pipe", "zero", "socket"}) {
+        const DWORD attributes = sys().GetFileAttributesW(Win(name));
+        EXPECT_NE(attributes, INVALID_FILE_ATTRIBUTES) << name;
+        EXPECT_EQ(attributes & FILE_ATTRIBUTE_DIRECTORY, 0u) << name;
+
+        HANDLE look = sys().CreateFileW(Win(name), 0, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        EXPECT_NE(look, INVALID_HANDLE_VALUE) << name;
+        sys().CloseHandle(look);
+
+        for (const DWORD access : {static_cast<DWORD>(GENERIC_READ), static_cast<DWORD>(GENERIC_WRITE)}) {
+            sys().SetLastError(kJunkError);
+            EXPECT_EQ(sys().CreateFileW(Win(name), access, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+            EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_CANT_ACCESS_FILE)) << name;
+        }
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(sys().CopyFileExW(Win(name), Win("copy"), nullptr, nullptr, nullptr, 0), FALSE);
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_CANT_ACCESS_FILE)) << name;
+        // Nor is one replaced by a copy: it may be a device of the host's.
+        WriteFile("a.txt", "a");
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(sys().CopyFileExW(Win("a.txt"), Win(name), nullptr, nullptr, nullptr, 0), FALSE);
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_CANT_ACCESS_FILE)) << name;
+    }
+    EXPECT_FALSE(fs::exists(Host("copy")));
+    EXPECT_TRUE(fs::is_fifo(Host("pipe")));
+}
+
+TEST_F(CopyFilePlatform, CancelSetFromAnotherThreadMidwayStopsTheCopyWithNoTargetLeft) {
+    WriteFile("a.bin", std::string(3 << 20, 'a'));
+    BOOL cancel = FALSE;
+    Canceller canceller(cancel);
+    const LPPROGRESS_ROUTINE firesOnFirstChunk = [](LARGE_INTEGER, LARGE_INTEGER done, LARGE_INTEGER, LARGE_INTEGER, DWORD,
+                                                    DWORD, HANDLE, HANDLE, LPVOID data) -> DWORD {
+        if (done.QuadPart > 0) static_cast<Canceller*>(data)->Fire();
+        return PROGRESS_CONTINUE;
+    };
+    sys().SetLastError(kJunkError);
+    EXPECT_EQ(sys().CopyFileExW(Win("a.bin"), Win("b.bin"), firesOnFirstChunk, &canceller, &cancel, 0), FALSE);
+    EXPECT_TRUE(canceller.fired());
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+    EXPECT_FALSE(fs::exists(Host("b.bin")));
+}
+
 // ---- SHFileOperationW
 
 using Names = std::vector<std::string>;
@@ -216,6 +374,21 @@ TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
     EXPECT_FALSE(fs::exists(Host("bk")));
     EXPECT_TRUE(fs::exists(Host("src/sub")));
     EXPECT_EQ(sys().SHFileOperationW(nullptr), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(ShellPlatform, CopyFailsWhenAFolderCannotBeListed) {
+    // Deeper than a path may be: the folder past MAX_PATH cannot be listed, which is no empty folder.
+    std::string deep = "src";
+    for (int level = 0; level < 6; ++level) deep += "/" + std::string(50, 'd');
+    WriteFile(deep + "/f.txt", "f");
+    const int result = Run(FO_COPY, {"src\\*.*"}, {"dst"}, FOF_NOCONFIRMATION);
+    EXPECT_TRUE(result == ERROR_FILENAME_EXCED_RANGE || result == ERROR_PATH_NOT_FOUND) << result;
+
+    // A folder the user may not read; root reads every folder.
+    if (geteuid() == 0) return;
+    WriteFile("locked/sub/g.txt", "g");
+    ASSERT_EQ(chmod(Host("locked/sub").c_str(), 0), 0);
+    EXPECT_EQ(Run(FO_COPY, {"locked\\*.*"}, {"dst2"}, FOF_NOCONFIRMATION), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {

@@ -7,9 +7,11 @@
 #include <set>
 
 #include "../support/host_fixture.h"
+#include "../support/share_holder.h"
 
 namespace {
 
+using testing_support::HeldElsewhere;
 using testing_support::HostFolderTest;
 using testing_support::kJunkError;
 using testing_support::U;
@@ -123,6 +125,90 @@ TEST_F(HostFolder, AttributeWordsMapToHostState) {
     EXPECT_FALSE(sys().PathFileExistsW(Win("nothing")));
 }
 
+// What non-root users meet: every write of an attribute word happens whole or changes nothing, whatever
+// the entry's permissions, and a refusal says why.
+TEST_F(HostFolder, AttributeWritesHappenWholeOrNotAtAll) {
+    WriteFile("ro.txt", "x");
+    MakeFolder("dir");
+    MakeFolder("locked");
+    WriteFile("lk.txt", "x");
+    std::filesystem::create_symlink(Host("lk.txt"), Host("link"));
+    ASSERT_EQ(mkfifo(Host("pipe").c_str(), 0644), 0);
+    auto mode = [&](const std::string& name) {
+        struct stat status {};
+        lstat(Host(name).c_str(), &status);
+        return status.st_mode & 07777;
+    };
+    auto stored = [&](const std::string& name) {
+        char text[32] = {};
+        return lgetxattr(Host(name).c_str(), "user.DOSATTRIB", text, sizeof text - 1) > 0 ? std::string(text) : std::string("none");
+    };
+
+    // Hidden on a read-only file: the stored word needs the file writable for the moment of the write.
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(Attributes(Win("ro.txt")), DWORD(FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(mode("ro.txt") & S_IWUSR, 0u);
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(Attributes(Win("ro.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+
+    // A read-only folder keeps its write permission: files are still made inside it, as on Windows.
+    const mode_t folderMode = mode("dir");
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("dir"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(Attributes(Win("dir")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(mode("dir"), folderMode);
+    HANDLE made = sys().CreateFileW(Win("dir\\new.txt"), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    EXPECT_NE(made, INVALID_HANDLE_VALUE);
+    sys().CloseHandle(made);
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("dir"), FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(Attributes(Win("dir")), DWORD(FILE_ATTRIBUTE_DIRECTORY));
+    // A folder nobody may write into reads as read-only, and clearing the flag gives the permission back.
+    ASSERT_EQ(chmod(Host("locked").c_str(), 0555), 0);
+    EXPECT_EQ(Attributes(Win("locked")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("locked"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(Attributes(Win("locked")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(mode("locked"), 0755u);
+
+    // A link keeps only what it reads as; a pipe cannot carry a stored word, so its permission stays too.
+    const DWORD linkWord = Attributes(Win("link"));
+    EXPECT_TRUE(sys().SetFileAttributesW(Win("link"), linkWord));
+    const struct {
+        const char* name;
+        DWORD word;
+        DWORD error;
+    } refused[] = {
+        {"link", linkWord | FILE_ATTRIBUTE_HIDDEN, ERROR_NOT_SUPPORTED},
+        {"link", linkWord | FILE_ATTRIBUTE_READONLY, ERROR_NOT_SUPPORTED},
+        {"pipe", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN, ERROR_ACCESS_DENIED},
+    };
+    for (const auto& c : refused) {
+        SCOPED_TRACE(c.name);
+        const DWORD before = Attributes(Win(c.name));
+        const mode_t modeBefore = mode(c.name);
+        sys().SetLastError(kJunkError);
+        EXPECT_FALSE(sys().SetFileAttributesW(Win(c.name), c.word));
+        EXPECT_EQ(sys().GetLastError(), c.error);
+        EXPECT_EQ(Attributes(Win(c.name)), before);
+        EXPECT_EQ(mode(c.name), modeBefore);
+        EXPECT_EQ(stored(c.name), "none");
+    }
+    EXPECT_EQ(Attributes(Win("lk.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+}
+
+// Root searches every folder, so only an unprivileged run meets a folder it may not enter.
+TEST_F(HostFolder, EntriesBehindAFolderThatCannotBeEnteredAreDeniedNotMissing) {
+    if (geteuid() == 0) GTEST_SKIP() << "root enters every folder";
+    WriteFile("closed/inner/f.txt", "x");
+    ASSERT_EQ(chmod(Host("closed").c_str(), 0), 0);
+    for (const char* name : {"closed\\f.txt", "closed\\inner\\f.txt"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(ErrorAfterAttributes(Win(name)), DWORD(ERROR_ACCESS_DENIED));
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(sys().CreateFileW(Win(name), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_ACCESS_DENIED));
+    }
+}
+
 TEST_F(HostFolder, EnumerationGivesDotsFirstThenNtfsOrder) {
     for (const char* name : {"b.txt", "A.txt", "_x", "a.doc", "Z", "10", "9", "noext"}) WriteFile(std::string("dir/") + name, "");
     MakeFolder("dir/sub");
@@ -195,6 +281,68 @@ TEST_F(HostFolder, ShareModesAreEnforcedBetweenOpenHandles) {
         << "a writer while readers refuse to share writing";
     sys().CloseHandle(reader);
     sys().CloseHandle(second);
+}
+
+TEST_F(HostFolder, ShareModesHoldAgainstAnotherProcess) {
+    WriteFile("a.txt", "kept");
+    constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const struct {
+        DWORD heldAccess, heldShare, access, share;
+        bool opens;
+    } cases[] = {
+        {GENERIC_READ, 0, GENERIC_READ, kAll, false},                         // held without sharing
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, kAll, true},
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_WRITE, kAll, false},
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, 0, false},              // we would deny its reading
+        {GENERIC_WRITE, kAll, GENERIC_READ, FILE_SHARE_READ, false},          // we would deny its writing
+        {GENERIC_WRITE, kAll, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, true},
+        {FILE_READ_ATTRIBUTES, 0, GENERIC_READ, 0, true},                     // attributes alone never conflict
+        {GENERIC_READ, kAll, FILE_READ_ATTRIBUTES, 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << std::hex << c.heldAccess << "/" << c.heldShare << " then " << c.access << "/" << c.share);
+        HeldElsewhere held(root_, "T:\\a.txt", c.heldAccess, c.heldShare);
+        ASSERT_EQ(held.openError(), DWORD(ERROR_SUCCESS));
+        sys().SetLastError(kJunkError);
+        HANDLE file = sys().CreateFileW(Win("a.txt"), c.access, c.share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        EXPECT_EQ(file != INVALID_HANDLE_VALUE, c.opens);
+        if (file != INVALID_HANDLE_VALUE) sys().CloseHandle(file);
+        else EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+    }
+
+    {
+        // A replacing open is refused before the held file loses its data, and so is a deletion.
+        HeldElsewhere held(root_, "T:\\a.txt", GENERIC_READ, FILE_SHARE_READ);
+        ASSERT_EQ(held.openError(), DWORD(ERROR_SUCCESS));
+        for (DWORD disposition : {DWORD(CREATE_ALWAYS), DWORD(TRUNCATE_EXISTING)}) {
+            sys().SetLastError(kJunkError);
+            EXPECT_EQ(sys().CreateFileW(Win("a.txt"), GENERIC_WRITE, kAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr),
+                      INVALID_HANDLE_VALUE);
+            EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+        }
+        EXPECT_EQ(std::filesystem::file_size(Host("a.txt")), 4u);
+        sys().SetLastError(kJunkError);
+        EXPECT_FALSE(sys().DeleteFileW(Win("a.txt")));
+        EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+        // Once the other process has let go, the file is free again.
+        held.Release();
+        EXPECT_TRUE(sys().DeleteFileW(Win("a.txt")));
+    }
+
+    // The other way round: a file this process holds is refused to the other one; a folder held open
+    // without sharing deletion cannot be removed.
+    WriteFile("b.txt", "x");
+    HANDLE mine = sys().CreateFileW(Win("b.txt"), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(mine, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(HeldElsewhere(root_, "T:\\b.txt", GENERIC_WRITE, kAll).openError(), DWORD(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(HeldElsewhere(root_, "T:\\b.txt", GENERIC_READ, kAll).openError(), DWORD(ERROR_SUCCESS));
+    sys().CloseHandle(mine);
+    MakeFolder("dir");
+    HeldElsewhere folder(root_, "T:\\dir", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, FILE_FLAG_BACKUP_SEMANTICS);
+    ASSERT_EQ(folder.openError(), DWORD(ERROR_SUCCESS));
+    sys().SetLastError(kJunkError);
+    EXPECT_FALSE(sys().RemoveDirectoryW(Win("dir")));
+    EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
 }
 
 TEST_F(HostFolder, CreateFileDispositionsAndRefusals) {

@@ -1,5 +1,12 @@
-// The one handle table of the process, and the share-mode registry between open files.
+// The one handle table of the process, and share modes: a registry between the process's own open files
+// and open file description locks between processes.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <limits>
 #include <map>
 #include <mutex>
 
@@ -66,7 +73,11 @@ namespace {
 constexpr DWORD kReadLike = FILE_READ_DATA | FILE_EXECUTE;
 constexpr DWORD kWriteLike = FILE_WRITE_DATA | FILE_APPEND_DATA;
 
+bool TakesPartInSharing(DWORD access) { return (access & (kReadLike | kWriteLike | DELETE)) != 0; }
+
 bool Conflicts(DWORD access, DWORD share, const OpenRecord& other) {
+    // An open for attributes alone neither is refused nor refuses anyone, as on Windows.
+    if (!TakesPartInSharing(other.access)) return false;
     if ((access & kReadLike) && !(other.share & FILE_SHARE_READ)) return true;
     if ((access & kWriteLike) && !(other.share & FILE_SHARE_WRITE)) return true;
     if ((access & DELETE) && !(other.share & FILE_SHARE_DELETE)) return true;
@@ -77,10 +88,118 @@ bool Conflicts(DWORD access, DWORD share, const OpenRecord& other) {
 }
 
 bool CheckShareLocked(dev_t device, ino_t inode, DWORD access, DWORD share) {
-    if ((access & (kReadLike | kWriteLike | DELETE)) == 0) return true;
+    if (!TakesPartInSharing(access)) return true;
     for (const OpenRecord* other : g_opens) {
         if (other->device == device && other->inode == inode && Conflicts(access, share, *other))
             return Fail(ERROR_SHARING_VIOLATION, false);
+    }
+    return true;
+}
+
+// Share modes between processes. Every open that takes part in sharing holds shared open file description
+// locks on single bytes far past any real data: one byte for each right it holds (reading, writing,
+// deleting) and one for each right it denies to others. An open first takes its own bytes, then asks
+// whether another description holds a byte that stands against it (a denial of a right it wants, or a
+// right it denies); when one does, it lets its bytes go and fails with ERROR_SHARING_VIOLATION. Taking
+// before asking means two opens racing each other may both fail, never both succeed. The locks belong to
+// the open file description, so they leave with the handle and with a process that dies, and the same
+// scheme meets the process's own handles as well (the registry above answers those first).
+// Limits: a read lock needs a description open for reading, so a handle on a file its user may only
+// write (or open for attributes only) takes part in sharing within its process alone; any user who may
+// read a file can deny others sharing it, as any reader can on Windows; a file system without such
+// locks (some network and FUSE file systems) leaves sharing to the process's own registry; programs that
+// do not use these bytes are not stopped by them.
+constexpr off_t kShareBytes = std::numeric_limits<off_t>::max() - 64;
+
+struct ShareRight {
+    DWORD rights;      // the specific rights that count as this one
+    DWORD shareFlag;   // the share flag that lets others hold it
+    off_t holdsByte;   // held by every open with this right
+    off_t deniesByte;  // held by every open that does not share it
+};
+constexpr ShareRight kShareRights[] = {
+    {kReadLike, FILE_SHARE_READ, kShareBytes + 0, kShareBytes + 3},
+    {kWriteLike, FILE_SHARE_WRITE, kShareBytes + 1, kShareBytes + 4},
+    {DELETE, FILE_SHARE_DELETE, kShareBytes + 2, kShareBytes + 5},
+};
+constexpr off_t kShareByteCount = 6;
+
+struct flock LockRange(short type, off_t start, off_t count) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = start;
+    lock.l_len = count;
+    return lock;
+}
+
+int LockBytes(int fd, short type, off_t start, off_t count) {
+    struct flock lock = LockRange(type, start, count);
+    return fcntl(fd, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+}
+
+// True when a description other than fd's holds the byte.
+bool HeldElsewhere(int fd, off_t byte) {
+    struct flock lock = LockRange(F_WRLCK, byte, 1);
+    return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+bool StandsAgainstOthers(int fd, DWORD access, DWORD share) {
+    for (const ShareRight& right : kShareRights) {
+        if ((access & right.rights) && HeldElsewhere(fd, right.deniesByte)) return true;
+        if (!(share & right.shareFlag) && HeldElsewhere(fd, right.holdsByte)) return true;
+    }
+    return false;
+}
+
+// A description that can carry read locks on the file open as fd: fd itself when it was opened for
+// reading, else a new one opened through the process's view of fd (so it is the same file even if
+// the name has moved on), or -1 when there is none.
+int LockableDescription(int fd, bool& owned) {
+    owned = false;
+    const int status = fcntl(fd, F_GETFL);
+    if (status < 0) return -1;
+    if ((status & O_PATH) == 0 && (status & O_ACCMODE) != O_WRONLY) return fd;
+    char self[64];
+    std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd);
+    // Non-blocking, so that a named pipe is not waited on.
+    const int reopened = open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    owned = reopened >= 0;
+    return reopened;
+}
+
+void ReleaseShareLocks(OpenRecord& record) {
+    if (record.lockFd < 0) return;
+    LockBytes(record.lockFd, F_UNLCK, kShareBytes, kShareByteCount);
+    if (record.ownsLockFd) close(record.lockFd);
+    record.lockFd = -1;
+    record.ownsLockFd = false;
+}
+
+// Takes the record's bytes through fd and checks them against other descriptions; false with
+// ERROR_SHARING_VIOLATION on a conflict. Where no lock can be taken the open stays process-local.
+bool TakeShareLocks(OpenRecord& record, int fd) {
+    if (!TakesPartInSharing(record.access)) return true;
+    bool owned = false;
+    const int lockFd = LockableDescription(fd, owned);
+    if (lockFd < 0) return true;
+    record.lockFd = lockFd;
+    record.ownsLockFd = owned;
+    for (const ShareRight& right : kShareRights) {
+        for (const off_t byte : {(record.access & right.rights) ? right.holdsByte : off_t(-1),
+                                 (record.share & right.shareFlag) ? off_t(-1) : right.deniesByte}) {
+            if (byte < 0) continue;
+            const int error = LockBytes(lockFd, F_RDLCK, byte, 1);
+            if (error == 0) continue;
+            ReleaseShareLocks(record);
+            // Another program's write lock on our bytes is a refusal; no locks on this file system is not.
+            if (error == EAGAIN || error == EACCES) return Fail(ERROR_SHARING_VIOLATION, false);
+            return true;
+        }
+    }
+    if (StandsAgainstOthers(lockFd, record.access, record.share)) {
+        ReleaseShareLocks(record);
+        return Fail(ERROR_SHARING_VIOLATION, false);
     }
     return true;
 }
@@ -92,15 +211,27 @@ bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share) {
     return CheckShareLocked(device, inode, access, share);
 }
 
-bool RegisterOpen(OpenRecord* record) {
+bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share) {
+    if (!CheckShare(status.st_dev, status.st_ino, access, share)) return false;
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return true;
+    const int fd = open(hostPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) return true;  // a file we cannot read carries no locks we could see
+    const bool refused = StandsAgainstOthers(fd, access, share);
+    close(fd);
+    return refused ? Fail(ERROR_SHARING_VIOLATION, false) : true;
+}
+
+bool RegisterOpen(OpenRecord* record, int fd) {
     std::lock_guard lock(g_sharesLock);
     if (!CheckShareLocked(record->device, record->inode, record->access, record->share)) return false;
+    if (!TakeShareLocks(*record, fd)) return false;
     g_opens.push_back(record);
     return true;
 }
 
 void UnregisterOpen(OpenRecord* record) {
     std::lock_guard lock(g_sharesLock);
+    ReleaseShareLocks(*record);
     g_opens.erase(std::remove(g_opens.begin(), g_opens.end(), record), g_opens.end());
 }
 

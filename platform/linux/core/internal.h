@@ -43,8 +43,8 @@ bool NamesEqualNoCase(const WString& a, const WString& b);
 bool NameLessNtfs(const WString& a, const WString& b);
 // Win32 wildcard match of one name (* and ?, "*.*" matches every name, a trailing ".*" matches no dot).
 bool MatchesPattern(const WString& pattern, const WString& name);
-// The name on disk of the entry of a host folder that equals name (exact, its UTF-8) without regard to
-// case, or empty when there is none. For names not found as typed: answered from listings kept exact by
+// The name on disk of the entry of a host folder that equals name (exact, its host name) without regard
+// to case, or empty when there is none. For names not found as typed: answered from listings kept exact by
 // inotify, so that a folder is not read through for every new name made in it.
 std::string FindFoldedEntry(const std::string& folder, const std::string& exact, const WString& name);
 bool HasWildcard(const WString& text);
@@ -59,6 +59,8 @@ struct HostStatus {
 };
 // lstat with the birth time; false with errno set when the entry cannot be reached.
 bool StatHost(const std::string& hostPath, HostStatus& out);
+// The same for a name (or a relative path) in an open host folder.
+bool StatHostAt(int folder, const char* name, HostStatus& out);
 
 // A Win32 path taken apart and looked up on its volume.
 struct ResolvedPath {
@@ -80,9 +82,10 @@ struct ResolvedPath {
 enum class Wildcards { Refuse, AllowInLast };
 
 // Resolves a Win32 path. On failure returns false with the last error set as Windows sets it for a path
-// that cannot be reached: ERROR_PATH_NOT_FOUND (missing folder on the way, unknown drive, too long),
-// ERROR_INVALID_NAME (bad characters, wildcards where none may be). A missing last component is not a
-// failure: exists is false.
+// that cannot be reached: ERROR_PATH_NOT_FOUND (missing folder on the way, unknown drive),
+// ERROR_INVALID_NAME (bad characters, wildcards where none may be, a name no host name lists under),
+// ERROR_FILENAME_EXCED_RANGE (longer than a host path can be). A missing last component is not a
+// failure: exists is false. The cost is in proportion to the path's length.
 bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards = Wildcards::Refuse);
 
 // Full Win32 path of a possibly relative one, without touching any volume. False with the last error set
@@ -132,19 +135,27 @@ bool RemoveHandleOf(HANDLE handle) {
 
 // ---- Share modes
 
-// One open of one file, registered while the handle lives.
+// One open of one file, registered while the handle lives. Share modes hold between the process's own
+// handles through a registry, and between processes through open file description locks on bytes far
+// past the end of any real file (handles.cpp says how, and where that stops).
 struct OpenRecord {
     dev_t device = 0;
     ino_t inode = 0;
     DWORD access = 0;  // generic rights expanded to specific ones
     DWORD share = 0;
+    int lockFd = -1;          // the description that holds the record's locks, or -1 for none
+    bool ownsLockFd = false;  // opened for the locks alone, closed with them
 };
 DWORD ExpandAccess(DWORD access);
-// False with ERROR_SHARING_VIOLATION when an open with this access and share mode conflicts with another.
+// False with ERROR_SHARING_VIOLATION when an open with this access and share mode conflicts with another
+// of this process.
 bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share);
-// Checks the record against every other open and registers it, in one step so that two opens cannot both
-// pass; false with ERROR_SHARING_VIOLATION on a conflict.
-bool RegisterOpen(OpenRecord* record);
+// The same against every process, for a change made by name without an open (deletion).
+bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share);
+// Checks the record against every other open, of this process and of others, and registers it, in one
+// step so that two opens cannot both pass; false with ERROR_SHARING_VIOLATION on a conflict. fd is the
+// handle's own open file.
+bool RegisterOpen(OpenRecord* record, int fd);
 void UnregisterOpen(OpenRecord* record);
 
 }  // namespace vlx

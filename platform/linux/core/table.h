@@ -77,5 +77,42 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
                         DWORD flags);
 int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
 HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
+// WIM images: run-time libraries and folders (modules.cpp), timers (desktop/windows.cpp).
+UINT WINAPI GetSystemDirectoryW(LPWSTR buffer, UINT size);
+DWORD WINAPI GetTempPathW(DWORD length, LPWSTR buffer);
+HMODULE WINAPI LoadLibraryW(LPCWSTR path);
+HMODULE WINAPI GetModuleHandleW(LPCWSTR name);
+FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
+BOOL WINAPI FreeLibrary(HMODULE module);
+UINT_PTR WINAPI SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+BOOL WINAPI KillTimer(HWND window, UINT_PTR id);
+
+// Shell archives and shortcuts: COM (shell/com.cpp), environment strings and the bounded append (shell/strings.cpp).
+HRESULT WINAPI CoInitialize(LPVOID reserved);
+void WINAPI CoUninitialize();
+HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+BSTR WINAPI SysAllocString(const OLECHAR* text);
+void WINAPI SysFreeString(BSTR text);
+void WINAPI VariantInit(VARIANTARG* variant);
+HRESULT WINAPI VariantClear(VARIANTARG* variant);
+DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD capacity);
+errno_t WINAPI wcscat_s(WCHAR* destination, size_t capacity, const WCHAR* source);
+// File properties: security descriptors (volumes/host_security.cpp), the process token
+// (services/token.cpp), local memory (core/local_memory.cpp) and the mount manager (core/mount_manager.cpp).
+BOOL WINAPI GetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor, DWORD length,
+                             LPDWORD needed);
+BOOL WINAPI SetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor);
+HANDLE WINAPI GetCurrentProcess();
+BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token);
+BOOL WINAPI LookupPrivilegeValueW(LPCWSTR systemName, LPCWSTR name, PLUID luid);
+BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD length,
+                                  PTOKEN_PRIVILEGES previousState, PDWORD returnLength);
+BOOL WINAPI GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD length,
+                                PDWORD returnLength);
+HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T bytes);
+HLOCAL WINAPI LocalFree(HLOCAL memory);
+BOOL WINAPI GetVolumeNameForVolumeMountPointW(LPCWSTR mountPoint, LPWSTR volumeName, DWORD length);
+BOOL WINAPI DeleteVolumeMountPointW(LPCWSTR mountPoint);
+BOOL WINAPI SetVolumeMountPointW(LPCWSTR mountPoint, LPCWSTR volumeName);
 
 }  // namespace vlx

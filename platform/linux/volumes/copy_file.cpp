@@ -1,11 +1,25 @@
-// CopyFileW and CopyFileExW: one file copied in chunks, with the progress routine called as Windows calls
-// it, a cancel flag another thread may set, and no partial target left behind when the copy stops.
+// CopyFileW and CopyFileExW: one file copied in chunks beside its target and put in place only when it is
+// whole, with the progress routine called as Windows calls it and a cancel flag another thread may set.
+//
+// The copy is written to a file of its own in the target's folder (nameless where the file system allows
+// it) and renamed over the target at the end, so a copy that fails, is cancelled or runs out of disk
+// leaves an existing target exactly as it was and nothing else behind. Data moves by the host's fastest
+// route: a reflink clone where the file system shares blocks, else copy_file_range in the kernel, else
+// read and write; holes of a sparse source are skipped, so the copy stays sparse.
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "file_object.h"
@@ -16,7 +30,7 @@ namespace vlx {
 namespace {
 
 // Large enough that the progress routine is not called too often, small enough that a cancel is seen
-// within a fraction of a second on a slow disk.
+// within a fraction of a second on a slow disk. A multiple of every block size, as a clone needs.
 constexpr LONGLONG kChunkSize = 1 << 20;
 
 bool IsCancelled(const BOOL* cancel) {
@@ -30,28 +44,158 @@ LARGE_INTEGER Large(LONGLONG value) {
     return result;
 }
 
-// Copies up to count bytes from offset; the count copied (0 at the end of the source), or -1 with errno.
-ssize_t CopyRange(int from, int to, off_t offset, size_t count, std::vector<char>& buffer) {
-    off_t in = offset;
-    off_t out = offset;
-    const ssize_t copied = copy_file_range(from, &in, to, &out, count, 0);
-    if (copied >= 0) return copied;
-    if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return -1;
-    // The kernel cannot copy between these two files: read and write through a buffer.
-    buffer.resize(count);
-    ssize_t got;
-    do got = pread(from, buffer.data(), count, offset);
-    while (got < 0 && errno == EINTR);
-    if (got <= 0) return got;
-    for (ssize_t written = 0; written < got;) {
-        const ssize_t put = pwrite(to, buffer.data() + written, static_cast<size_t>(got - written), offset + written);
-        if (put < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        written += put;
+std::string FolderOf(const std::string& hostPath) {
+    const size_t slash = hostPath.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? std::string("/") : hostPath.substr(0, slash);
+}
+
+// A name for the finished copy to wait under until it is renamed over its target, unlikely to meet
+// anything the user keeps.
+std::string PendingName(const std::string& folder) {
+    static std::atomic<unsigned> counter{0};
+    char name[64];
+    std::snprintf(name, sizeof name, "/.~velmora-copy-%d-%u.tmp", static_cast<int>(getpid()), counter++);
+    return (folder == "/" ? std::string() : folder) + name;
+}
+
+// The copy in the making: a nameless file in the target's folder where the file system makes one, else a
+// named one. It goes away on every way out that does not put it in place.
+class PendingCopy {
+public:
+    ~PendingCopy() {
+        if (fd_ >= 0) close(fd_);
+        if (!name_.empty()) unlink(name_.c_str());
     }
-    return got;
+
+    bool Create(const std::string& folder) {
+        folder_ = folder;
+        // A nameless file is linked in through /proc, which needs no privilege; without /proc it is of no use.
+        if (access("/proc/self/fd", X_OK) == 0) {
+            fd_ = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+            if (fd_ >= 0) return true;
+            if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return false;
+        }
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            const std::string name = PendingName(folder);
+            fd_ = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (fd_ >= 0) {
+                name_ = name;
+                return true;
+            }
+            if (errno != EEXIST) return false;
+        }
+        return false;
+    }
+
+    int fd() const { return fd_; }
+
+    // Gives the finished copy a name of its own in the folder, for its attributes to be written; false
+    // with errno.
+    bool Name() {
+        if (!name_.empty()) return true;
+        char fdPath[64];
+        std::snprintf(fdPath, sizeof fdPath, "/proc/self/fd/%d", fd_);
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            const std::string name = PendingName(folder_);
+            if (linkat(AT_FDCWD, fdPath, AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+                name_ = name;
+                return true;
+            }
+            if (errno != EEXIST) return false;
+        }
+        return false;
+    }
+
+    const std::string& name() const { return name_; }
+
+    // Renames the copy over target (or, with noReplace, only where there is none); false with errno.
+    bool PutInPlace(const std::string& target, bool noReplace) {
+        close(fd_);
+        fd_ = -1;
+        if (!noReplace) {
+            if (rename(name_.c_str(), target.c_str()) != 0) return false;
+        } else if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0) {
+            // A file system without the no-replace rename: a hard link fails just as well on an existing name.
+            if (errno != EINVAL || link(name_.c_str(), target.c_str()) != 0) return false;
+            unlink(name_.c_str());
+        }
+        name_.clear();
+        return true;
+    }
+
+private:
+    int fd_ = -1;
+    std::string folder_;
+    std::string name_;
+};
+
+// Copies bytes [offset, end) of from into to at the same offsets, by the kernel where it can; false with
+// errno. A source that ends early ends the copy there.
+bool CopyData(int from, int to, off_t offset, off_t end, bool& kernelCopies, std::vector<char>& buffer) {
+    while (offset < end) {
+        const size_t count = static_cast<size_t>(end - offset);
+        ssize_t copied;
+        if (kernelCopies) {
+            off_t in = offset;
+            off_t out = offset;
+            copied = copy_file_range(from, &in, to, &out, count, 0);
+            if (copied < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+                kernelCopies = false;  // the kernel cannot copy between these two files: read and write
+                continue;
+            }
+        } else {
+            buffer.resize(static_cast<size_t>(kChunkSize));
+            copied = pread(from, buffer.data(), std::min(count, buffer.size()), offset);
+            for (ssize_t written = 0; copied > 0 && written < copied;) {
+                const ssize_t put = pwrite(to, buffer.data() + written, static_cast<size_t>(copied - written), offset + written);
+                if (put < 0 && errno != EINTR) return false;
+                if (put > 0) written += put;
+            }
+        }
+        if (copied < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        if (copied == 0) return true;
+        offset += copied;
+    }
+    return true;
+}
+
+// One chunk [offset, end) of the file. A clone shares the blocks, holes included; otherwise only the
+// stretches that hold data are copied and the holes stay holes. False with errno.
+struct Route {
+    bool clones = true;
+    bool kernelCopies = true;
+    bool seeksData = true;
+};
+
+bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vector<char>& buffer) {
+    if (route.clones) {
+        file_clone_range range{};
+        range.src_fd = from;
+        range.src_offset = static_cast<__u64>(offset);
+        range.src_length = static_cast<__u64>(end - offset);
+        range.dest_offset = static_cast<__u64>(offset);
+        if (ioctl(to, FICLONERANGE, &range) == 0) return true;
+        route.clones = false;  // not a file system that shares blocks, or not between these two files
+    }
+    if (!route.seeksData) return CopyData(from, to, offset, end, route.kernelCopies, buffer);
+    while (offset < end) {
+        const off_t data = lseek(from, offset, SEEK_DATA);
+        if (data < 0) {
+            if (errno == ENXIO) return true;  // a hole up to the end of the file
+            route.seeksData = false;          // the file system cannot tell holes: copy it all
+            return CopyData(from, to, offset, end, route.kernelCopies, buffer);
+        }
+        if (data >= end) return true;
+        off_t hole = lseek(from, data, SEEK_HOLE);
+        if (hole < 0 || hole > end) hole = end;
+        if (!CopyData(from, to, data, hole, route.kernelCopies, buffer)) return false;
+        offset = hole;
+    }
+    return true;
 }
 
 }  // namespace
@@ -71,69 +215,96 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     if (fstat(from->fd, &sourceStatus) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
     const DWORD attributes = HostAttributes(from->hostPath, sourceStatus, false);
 
-    // Opened for writing while the source is open without write sharing, so copying a file onto itself
-    // fails with ERROR_SHARING_VIOLATION before anything is truncated. A hidden or system target may
-    // only be replaced by a file that is hidden or system as well.
-    const DWORD disposition = (flags & COPY_FILE_FAIL_IF_EXISTS) ? CREATE_NEW : CREATE_ALWAYS;
-    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, 0, nullptr, disposition,
-                                    attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM), nullptr));
-    if (!target) return FALSE;
-    const bool replacing = LastError() == ERROR_ALREADY_EXISTS;
-    const auto to = LookupHandleAs<FileObject>(target.get());
-    const std::string targetHostPath = to->hostPath;
+    ResolvedPath resolved;
+    if (!Resolve(newName, resolved)) return FALSE;
+    // An existing target is held open for writing without sharing until the copy replaces it: that fails
+    // for a folder, a read-only file or one another handle forbids, and for the source itself (open
+    // without write sharing) before anything is written.
+    const bool replacing = resolved.exists;
+    ScopedHandle held;
+    std::string targetHostPath = resolved.hostPath;
+    mode_t keptMode = 0;
+    if (replacing || resolved.trailingSeparator) {
+        if (replacing && (flags & COPY_FILE_FAIL_IF_EXISTS)) return Fail(ERROR_FILE_EXISTS, FALSE);
+        held.reset(CreateFileW(newName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        if (!held) return FALSE;
+        const auto old = LookupHandleAs<FileObject>(held.get());
+        struct stat oldStatus {};
+        if (fstat(old->fd, &oldStatus) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+        // A hidden or system target may only be replaced by a file that is hidden or system as well.
+        const DWORD oldAttributes = HostAttributes(old->hostPath, oldStatus, false);
+        if ((oldAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) & ~attributes) return Fail(ERROR_ACCESS_DENIED, FALSE);
+        keptMode = oldStatus.st_mode & 07777;
+        // A link to a file is written through, as opening it would: the file it leads to is replaced.
+        if (S_ISLNK(resolved.status.st_mode)) {
+            char* real = realpath(resolved.hostPath.c_str(), nullptr);
+            if (real == nullptr) return Fail(Win32ErrorFromErrno(errno), FALSE);
+            targetHostPath = real;
+            std::free(real);
+        }
+    }
 
-    // Every way out from here on that is not a finished copy takes the partial target away.
-    auto abandon = [&](DWORD error) {
-        target.reset();
-        unlink(targetHostPath.c_str());
-        return Fail(error, FALSE);
-    };
+    PendingCopy copy;
+    if (!copy.Create(FolderOf(targetHostPath))) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    // The replaced file's permissions stay with its name.
+    if (replacing && fchmod(copy.fd(), keptMode) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    // The routine is handed the copy being written as the target, as Windows hands it the new file.
+    struct stat copyStatus {};
+    fstat(copy.fd(), &copyStatus);
+    ScopedHandle target(InsertHandle(std::make_shared<FileObject>(fcntl(copy.fd(), F_DUPFD_CLOEXEC, 0), targetHostPath, resolved.win32Path(),
+                                                                  ExpandAccess(GENERIC_WRITE), 0, false, false, copyStatus)));
 
     const LONGLONG total = sourceStatus.st_size;
     bool quiet = progress == nullptr;
+    // Puts what was copied so far under the target's name, for a copy the routine stopped to be taken up
+    // again later; a file that was there before is kept instead.
+    auto keepPartial = [&]() {
+        if (!replacing && copy.Name()) copy.PutInPlace(targetHostPath, true);
+        return Fail(ERROR_REQUEST_ABORTED, FALSE);
+    };
     // The answer of the routine: true to go on.
-    auto report = [&](DWORD reason, LONGLONG done, bool& keepPartial) {
+    auto report = [&](DWORD reason, LONGLONG done, bool& stopped) {
         if (quiet) return true;
         const DWORD answer = progress(Large(total), Large(done), Large(total), Large(done), 1, reason, source.get(),
                                       target.get(), data);
         if (answer == PROGRESS_QUIET) quiet = true;
-        keepPartial = answer == PROGRESS_STOP;
+        stopped = answer == PROGRESS_STOP;
         return answer != PROGRESS_CANCEL && answer != PROGRESS_STOP;
     };
 
-    bool keepPartial = false;
-    if (!report(CALLBACK_STREAM_SWITCH, 0, keepPartial)) {
-        if (keepPartial) return Fail(ERROR_REQUEST_ABORTED, FALSE);
-        return abandon(ERROR_REQUEST_ABORTED);
-    }
+    bool stopped = false;
+    if (!report(CALLBACK_STREAM_SWITCH, 0, stopped)) return stopped ? keepPartial() : Fail(ERROR_REQUEST_ABORTED, FALSE);
+    Route route;
     std::vector<char> buffer;
     LONGLONG done = 0;
     while (done < total) {
-        if (IsCancelled(cancel)) return abandon(ERROR_REQUEST_ABORTED);
-        const size_t count = static_cast<size_t>(std::min(kChunkSize, total - done));
-        const ssize_t copied = CopyRange(from->fd, to->fd, static_cast<off_t>(done), count, buffer);
-        if (copied < 0) return abandon(Win32ErrorFromErrno(errno));
-        if (copied == 0) break;  // the source got shorter while we copied: what there was is copied
-        done += copied;
-        if (!report(CALLBACK_CHUNK_FINISHED, done, keepPartial)) {
-            if (keepPartial) return Fail(ERROR_REQUEST_ABORTED, FALSE);
-            return abandon(ERROR_REQUEST_ABORTED);
-        }
+        if (IsCancelled(cancel)) return Fail(ERROR_REQUEST_ABORTED, FALSE);
+        const LONGLONG end = std::min(total, done + kChunkSize);
+        if (!CopyChunk(from->fd, copy.fd(), static_cast<off_t>(done), static_cast<off_t>(end), route, buffer))
+            return Fail(Win32ErrorFromErrno(errno), FALSE);
+        done = end;
+        if (!report(CALLBACK_CHUNK_FINISHED, done, stopped)) return stopped ? keepPartial() : Fail(ERROR_REQUEST_ABORTED, FALSE);
     }
+    // Holes at the end of the source, and a source that got shorter while we copied: the copy ends where
+    // the source ended, never past the size it had when the copy began.
+    struct stat now {};
+    const off_t length = fstat(from->fd, &now) == 0 ? std::min<off_t>(now.st_size, total) : total;
+    if (ftruncate(copy.fd(), length) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
 
     // The last-write time goes over as it is; the access time is the copy's own.
     const struct timespec times[2] = {{0, UTIME_OMIT}, sourceStatus.st_mtim};
-    if (futimens(to->fd, times) != 0) return abandon(Win32ErrorFromErrno(errno));
-    // Read-only comes last, once nothing more is written to the copy. A new copy already holds what its
-    // creation wrote (hidden, system and archive) and needs no second write when that is all there is.
-    const DWORD written = (attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
+    if (futimens(copy.fd(), times) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    if (!copy.Name()) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    // A fresh file reads as archive and nothing else; anything more goes into it before it takes the
+    // target's place, read-only last of all.
     const DWORD wanted = attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE);
-    const bool writeAttributes = replacing || wanted != written;
-    struct stat targetStatus {};
-    if (writeAttributes && fstat(to->fd, &targetStatus) != 0) return abandon(Win32ErrorFromErrno(errno));
-    target.reset();
-    source.reset();
-    if (writeAttributes && !WriteHostAttributes(targetHostPath, targetStatus, attributes)) return FALSE;
+    if (wanted != FILE_ATTRIBUTE_ARCHIVE) {
+        struct stat copyStatus {};
+        if (fstat(copy.fd(), &copyStatus) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
+        if (!WriteHostAttributes(copy.name(), copyStatus, wanted)) return FALSE;
+    }
+    if (!copy.PutInPlace(targetHostPath, !replacing && (flags & COPY_FILE_FAIL_IF_EXISTS)))
+        return Fail(errno == EEXIST ? ERROR_FILE_EXISTS : Win32ErrorFromErrno(errno), FALSE);
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }

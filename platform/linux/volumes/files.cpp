@@ -22,7 +22,7 @@ FileObject::FileObject(int fd_, std::string hostPath_, WString win32Path_, DWORD
 }
 
 bool FileObject::Register() {
-    registered_ = RegisterOpen(&record);
+    registered_ = RegisterOpen(&record, fd);
     return registered_;
 }
 
@@ -46,6 +46,23 @@ bool IsLinkToFolder(const ResolvedPath& path) {
 }
 
 bool IsFolder(const ResolvedPath& path) { return S_ISDIR(path.status.st_mode) || IsLinkToFolder(path); }
+
+// Whether an existing entry that is not a folder is a regular file (through a link, what it leads to).
+// Pipes, sockets and devices have no data Windows could read as a file's: a read may wait for a writer
+// or never end.
+bool IsOpenableFile(const ResolvedPath& path) {
+    if (!S_ISLNK(path.status.st_mode)) return S_ISREG(path.status.st_mode);
+    struct stat target {};
+    return stat(path.hostPath.c_str(), &target) != 0 || S_ISREG(target.st_mode);  // a dangling link fails to open
+}
+
+// After a non-blocking open: true, back in blocking mode, for a regular file.
+bool RegularAfterOpen(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    return true;
+}
 
 DWORD AttributesOf(const ResolvedPath& path) { return HostAttributes(path.hostPath, path.status, path.isRoot()); }
 
@@ -89,11 +106,13 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 
     DWORD successCode = ERROR_SUCCESS;
     bool created = false;
+    const bool truncates = resolved.exists && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
     if (resolved.exists) {
         if (S_ISLNK(resolved.status.st_mode)) openFlags &= ~O_NOFOLLOW;  // a link to a file opens its target
+        if (!IsOpenableFile(resolved) && ((rights & (kReadRights | kWriteRights)) != 0 || disposition != OPEN_EXISTING))
+            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
         const DWORD attributes = AttributesOf(resolved);
         if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
-        const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
         if (disposition == TRUNCATE_EXISTING && (rights & FILE_WRITE_DATA) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
         if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & (kWriteRights | DELETE)) || truncates))
             return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
@@ -103,7 +122,6 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
             return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
         if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, rights | (truncates ? FILE_WRITE_DATA : 0), share))
             return INVALID_HANDLE_VALUE;
-        if (truncates) openFlags |= O_TRUNC;
         if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) successCode = ERROR_ALREADY_EXISTS;
         if (truncates && (openFlags & O_ACCMODE) == O_RDONLY) openFlags = (openFlags & ~O_ACCMODE) | O_WRONLY;
     } else {
@@ -113,10 +131,21 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
         created = true;
     }
 
-    int fd = open(resolved.hostPath.c_str(), openFlags, 0666);
-    if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
-        // An open for attributes only needs no permission to read the data.
+    int fd;
+    if (resolved.exists && !IsOpenableFile(resolved)) {
+        // A pipe, socket or device is looked at, never opened: opening one can wait for a writer.
         fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
+    } else {
+        // Non-blocking only until the file is known to be a file: a pipe put in its place since it was
+        // looked up must not hold the open.
+        fd = open(resolved.hostPath.c_str(), openFlags | O_NONBLOCK, 0666);
+        if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
+            // An open for attributes only needs no permission to read the data.
+            fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
+        } else if (fd >= 0 && !RegularAfterOpen(fd)) {
+            close(fd);
+            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
+        }
     }
     if (fd < 0) return Fail(errno == ELOOP ? ERROR_CANT_RESOLVE_FILENAME : Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
     // The open file is the one resolved unless the name was a link or a new file; only the identity of
@@ -130,10 +159,14 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     }
     auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    // A replaced file is cut only once the open has passed every share check, other processes' included:
+    // a file another process holds without sharing writes keeps its data.
+    if (truncates) object->record.access |= FILE_WRITE_DATA;
     if (!object->Register()) {
         if (created) unlink(resolved.hostPath.c_str());
         return INVALID_HANDLE_VALUE;
     }
+    if (truncates && ftruncate(object->fd, 0) != 0) return Fail(Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
     HANDLE handle = InsertHandle(std::move(object));
     SetLastErrorCode(successCode);
     return handle;
@@ -306,7 +339,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR path) {
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
     if (IsFolder(resolved) && !S_ISLNK(resolved.status.st_mode)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
         return FALSE;
     if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
     return TRUE;
@@ -332,7 +365,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
         return TRUE;
     }
     if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
         return FALSE;
     if (rmdir(resolved.hostPath.c_str()) != 0) return Fail(errno == EEXIST ? ERROR_DIR_NOT_EMPTY : Win32ErrorFromErrno(errno), FALSE);
     return TRUE;

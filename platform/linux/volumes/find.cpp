@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "host_names.h"
 
 namespace vlx {
 
@@ -97,12 +99,12 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         find->entries.push_back(std::move(only));
     } else {
         DIR* dir = opendir(folder.c_str());
-        if (dir == nullptr) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+        if (dir == nullptr) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
         std::vector<Candidate> listed;
         while (dirent* entry = readdir(dir)) {
             const std::string hostName = entry->d_name;
             if (hostName == "." || hostName == "..") continue;
-            const WString name = WStrFromUtf8(hostName);
+            const WString name = WindowsNameOfHost(hostName);
             if (MatchesPattern(namePattern, name)) listed.push_back({name, JoinHost(folder, hostName), false});
         }
         closedir(dir);
@@ -159,7 +161,7 @@ void CollectNames(const std::string& folder, const WString& relative, dev_t devi
         const std::string hostPath = JoinHost(folder, hostName);
         struct stat status {};
         if (lstat(hostPath.c_str(), &status) != 0 || status.st_dev != device) continue;
-        const WString name = relative + _T("\\") + WStrFromUtf8(hostName);
+        const WString name = relative + _T("\\") + WindowsNameOfHost(hostName);
         if (S_ISDIR(status.st_mode)) CollectNames(hostPath, name, device, inode, wanted, names, depth + 1);
         else if (status.st_ino == inode && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
     }

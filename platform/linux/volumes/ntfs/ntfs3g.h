@@ -1,5 +1,5 @@
 // libntfs-3g's C headers, made includable beside our Win32 definitions: the library has its own BOOL,
-// TRUE and FALSE and security-information names, so those are renamed or set aside while it is read.
+// TRUE and FALSE, GUID and security-information names, so those are renamed or set aside while it is read.
 // Include this before anything that brings in win32.h.
 #pragma once
 
@@ -22,6 +22,25 @@
 #undef DACL_SECURITY_INFORMATION
 #undef SACL_SECURITY_INFORMATION
 #define BOOL NtfsBool
+#define GUID NtfsGuid
+#define SID NtfsSid
+#define SID_IDENTIFIER_AUTHORITY NtfsSidIdentifierAuthority
+#define ACL NtfsAcl
+#define ACE_HEADER NtfsAceHeader
+#define ACCESS_MASK NtfsAccessMask
+#define GENERIC_MAPPING NtfsGenericMapping
+#define ACCESS_ALLOWED_ACE NtfsAccessAllowedAce
+#define ACCESS_DENIED_ACE NtfsAccessDeniedAce
+#define SYSTEM_AUDIT_ACE NtfsSystemAuditAce
+#define SYSTEM_ALARM_ACE NtfsSystemAlarmAce
+#define ACCESS_ALLOWED_OBJECT_ACE NtfsAccessAllowedObjectAce
+#define ACCESS_DENIED_OBJECT_ACE NtfsAccessDeniedObjectAce
+#define SYSTEM_AUDIT_OBJECT_ACE NtfsSystemAuditObjectAce
+#define SYSTEM_ALARM_OBJECT_ACE NtfsSystemAlarmObjectAce
+#define SECURITY_DESCRIPTOR NtfsSecurityDescriptor
+#define SECURITY_DESCRIPTOR_RELATIVE NtfsSecurityDescriptorRelative
+#define SECURITY_DESCRIPTOR_CONTROL NtfsSecurityDescriptorControl
+#define GUID NtfsGuid
 #define OWNER_SECURITY_INFORMATION NTFS_OWNER_SECURITY_INFORMATION
 #define GROUP_SECURITY_INFORMATION NTFS_GROUP_SECURITY_INFORMATION
 #define DACL_SECURITY_INFORMATION NTFS_DACL_SECURITY_INFORMATION
@@ -44,6 +63,25 @@ extern "C" {
 }
 
 #undef BOOL
+#undef GUID
+#undef SID
+#undef SID_IDENTIFIER_AUTHORITY
+#undef ACL
+#undef ACE_HEADER
+#undef ACCESS_MASK
+#undef GENERIC_MAPPING
+#undef ACCESS_ALLOWED_ACE
+#undef ACCESS_DENIED_ACE
+#undef SYSTEM_AUDIT_ACE
+#undef SYSTEM_ALARM_ACE
+#undef ACCESS_ALLOWED_OBJECT_ACE
+#undef ACCESS_DENIED_OBJECT_ACE
+#undef SYSTEM_AUDIT_OBJECT_ACE
+#undef SYSTEM_ALARM_OBJECT_ACE
+#undef SECURITY_DESCRIPTOR
+#undef SECURITY_DESCRIPTOR_RELATIVE
+#undef SECURITY_DESCRIPTOR_CONTROL
+#undef GUID
 #undef OWNER_SECURITY_INFORMATION
 #undef GROUP_SECURITY_INFORMATION
 #undef DACL_SECURITY_INFORMATION

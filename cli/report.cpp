@@ -1,0 +1,147 @@
+// Failures told in words: error codes, the platform calls that failed under an export, and copies that
+// would land inside their own source.
+#include "report.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "../platform/api_patch.h"
+#include "../platform/linux/host.h"
+
+namespace cli {
+
+std::string ErrorWords(DWORD code) {
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND: return "it was not found";
+        case ERROR_PATH_NOT_FOUND: return "the path was not found";
+        case ERROR_ACCESS_DENIED: return "access is denied";
+        case ERROR_SHARING_VIOLATION: return "another program is using it";
+        case ERROR_DISK_FULL: return "the disk is full";
+        case ERROR_WRITE_PROTECT: return "the volume is read-only";
+        case ERROR_FILENAME_EXCED_RANGE: return "the path is too long";
+        case ERROR_INVALID_NAME: return "the name is not valid";
+        case ERROR_FILE_EXISTS:
+        case ERROR_ALREADY_EXISTS: return "the target exists";
+        case ERROR_CANT_ACCESS_FILE: return "it is no file that can be read (a pipe, socket or device)";
+        case ERROR_CANT_RESOLVE_FILENAME: return "a link on the way cannot be followed";
+        case ERROR_REQUEST_ABORTED:
+        case ERROR_CANCELLED: return "it was cancelled";
+        case ERROR_NOT_SAME_DEVICE: return "source and target are on different volumes";
+        case ERROR_TOO_MANY_OPEN_FILES: return "too many files are open";
+        case ERROR_NOT_ENOUGH_MEMORY: return "there is not enough memory";
+        case ERROR_GEN_FAILURE:
+        case 1117: return "the device reported an input/output error";  // ERROR_IO_DEVICE
+        case DE_SAMEFILE: return "source and target are the same file";
+        case DE_DESTSUBTREE: return "the target folder lies inside the source folder";
+        case DE_FLDDESTISFILE: return "a folder would replace a file";
+        case DE_FILEDESTISFLD: return "a file would replace a folder";
+        default: return "error " + std::to_string(code);
+    }
+}
+
+struct FailureWatch::Patches {
+    std::vector<Failure> failures;
+    // Only what is watched is patched; the rest of the table stays as it is.
+    std::unique_ptr<ApiPatch<&Win32Api::FindFirstFileW>> find;
+    std::unique_ptr<ApiPatch<&Win32Api::CreateFileW>> open;
+    std::unique_ptr<ApiPatch<&Win32Api::CopyFileExW>> copy;
+};
+
+namespace {
+
+// A listing pattern's folder: the pattern without its last part.
+std::string FolderOfPattern(LPCWSTR pattern) {
+    WString text = pattern;
+    const size_t slash = text.find_last_of(_T('\\'));
+    if (slash != WString::npos) text.resize(slash + 1);
+    return Printable(text.c_str());
+}
+
+}  // namespace
+
+FailureWatch::FailureWatch(unsigned watched) : patches_(new Patches) {
+    Patches& p = *patches_;
+    if (watched & kListing) {
+        p.find = std::make_unique<ApiPatch<&Win32Api::FindFirstFileW>>([&p](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+            HANDLE find = p.find->Original()(pattern, data);
+            // Nothing matching is an answer, not a failure.
+            const DWORD code = sys().GetLastError();
+            if (find == INVALID_HANDLE_VALUE && code != ERROR_FILE_NOT_FOUND) {
+                // A pattern lists a folder; a plain path looks one entry up (a folder about to be made).
+                const bool listing = WString(pattern).find_first_of(_T("*?")) != WString::npos;
+                p.failures.push_back({listing ? "cannot list" : "cannot reach", listing ? FolderOfPattern(pattern) : Printable(pattern), code});
+                sys().SetLastError(code);
+            }
+            return find;
+        });
+    }
+    if (watched & kReading) {
+        p.open = std::make_unique<ApiPatch<&Win32Api::CreateFileW>>(
+            [&p](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
+                 HANDLE templateFile) {
+                HANDLE file = p.open->Original()(path, access, share, security, disposition, flags, templateFile);
+                const DWORD code = sys().GetLastError();
+                if (file == INVALID_HANDLE_VALUE && (access & GENERIC_READ) != 0) {
+                    p.failures.push_back({"cannot read", Printable(path), code});
+                    sys().SetLastError(code);
+                }
+                return file;
+            });
+    }
+    if (watched & kCopying) {
+        p.copy = std::make_unique<ApiPatch<&Win32Api::CopyFileExW>>(
+            [&p](LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel, DWORD flags) {
+                const BOOL copied = p.copy->Original()(existing, newName, progress, data, cancel, flags);
+                const DWORD code = sys().GetLastError();
+                if (!copied) {
+                    p.failures.push_back({"cannot copy", Printable(existing) + " to " + Printable(newName), code});
+                    sys().SetLastError(code);
+                }
+                return copied;
+            });
+    }
+}
+
+FailureWatch::~FailureWatch() { delete patches_; }
+
+const std::vector<FailureWatch::Failure>& FailureWatch::failures() const { return patches_->failures; }
+
+bool FailureWatch::Report(const Command& command) const {
+    for (const Failure& failure : failures()) Fail(command, failure.what + " " + failure.path + ": " + ErrorWords(failure.code));
+    return failures().empty();
+}
+
+namespace {
+
+// The host path a Win32 path leads to, links resolved; for a path that does not exist yet, that of the
+// nearest folder above it that does.
+std::string RealHostPath(CString path) {
+    for (;;) {
+        const std::string host = vlx::Win32ToHostPath(path);
+        if (!host.empty()) {
+            if (char* real = realpath(host.c_str(), nullptr)) {
+                std::string result = real;
+                std::free(real);
+                return result;
+            }
+        }
+        path.TrimRight(_T('\\'));
+        const int slash = path.ReverseFind(_T('\\'));
+        if (slash < 0) return {};
+        path = path.Left(slash + 1);
+    }
+}
+
+}  // namespace
+
+bool InsideSource(const CString& source, const CString& destination) {
+    const std::string from = RealHostPath(source);
+    const std::string to = RealHostPath(destination);
+    if (from.empty() || to.empty()) return false;
+    if (from == "/" || to == from) return true;
+    return to.compare(0, from.size(), from) == 0 && to.size() > from.size() && to[from.size()] == '/';
+}
+
+}  // namespace cli
