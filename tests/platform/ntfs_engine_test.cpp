@@ -2,9 +2,11 @@
 // directions, lookup and listing rules, hard links, compression, retrieval pointers checked against the
 // image's bytes, and broken images failing cleanly.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "../../platform/linux/volumes/ntfs/ntfs_engine.h"
 
@@ -167,6 +170,15 @@ TEST_F(NtfsEngine, ChangesSurviveDetachAndAreWhatNtfs3gToolsRead) {
 
     Attach();
     EXPECT_TRUE(Get("\\docs\\" + japanese + "\\BIG.BIN") == big);
+    // A file still open when the volume goes is written back with it and answers nothing afterwards.
+    std::shared_ptr<File> open;
+    ASSERT_EQ(volume_->Open(W("\\small.txt"), open), ERROR_SUCCESS);
+    DWORD done = 0;
+    ASSERT_EQ(open->Write(5, " world", 6, done), ERROR_SUCCESS);
+    Detach();
+    char byte = 0;
+    EXPECT_EQ(open->Read(0, &byte, 1, done), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Shell(Tool("ntfscat") + " " + Quote(image_) + " /small.txt"), "hello world");
 }
 
 TEST_F(NtfsEngine, FilesPutInByNtfscpAreFoundWithoutRegardToCaseUnderTheirOwnCase) {
@@ -207,6 +219,67 @@ TEST_F(NtfsEngine, ListingsFollowNameOrderAndLeaveOutTheFileSystemsOwnFiles) {
     EXPECT_EQ(volume_->List(W("\\b.txt"), W("*"), entries), static_cast<DWORD>(ERROR_DIRECTORY));
 }
 
+TEST_F(NtfsEngine, AttributesTimesAndSizeAreKeptAsSet) {
+    Format(image_);
+    Attach();
+    Put("\\facts.bin", Pattern(100000, 8));
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\facts.bin"), file), ERROR_SUCCESS);
+    EntryInfo info;
+    file->Info(info);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE));  // new files are marked for backup
+    ASSERT_EQ(file->SetAttributes(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DIRECTORY), ERROR_SUCCESS);
+    const FILETIME created{0x11111111, 0x01D00000}, accessed{0x22222222, 0x01D10000}, written{0x33333333, 0x01D20000};
+    ASSERT_EQ(file->SetTimes(&created, &accessed, &written), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetSize(1000), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetTimes(nullptr, nullptr, &written), ERROR_SUCCESS);  // the truncation moved it
+    file.reset();
+    Detach();
+    Attach();
+    ASSERT_EQ(volume_->Query(W("\\FACTS.BIN"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(info.size, 1000u);
+    EXPECT_EQ(info.created.dwLowDateTime, created.dwLowDateTime);
+    EXPECT_EQ(info.created.dwHighDateTime, created.dwHighDateTime);
+    EXPECT_EQ(info.accessed.dwHighDateTime, accessed.dwHighDateTime);
+    EXPECT_EQ(info.written.dwLowDateTime, written.dwLowDateTime);
+    EXPECT_TRUE(Get("\\facts.bin") == Pattern(100000, 8).substr(0, 1000));
+    // Folders read as folders whatever is set on them, and hidden entries are listed.
+    ASSERT_EQ(volume_->CreateFolder(W("\\dir")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Query(W("\\dir"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(Names("\\"), (std::vector<std::string>{"dir", "facts.bin"}));
+}
+
+TEST_F(NtfsEngine, EveryHolderOfAFileSeesOneRecordAndCallsFromManyThreadsAreSerialised) {
+    Format(image_);
+    Attach();
+    Put("\\shared.txt", "before");
+    std::shared_ptr<File> writer, reader;
+    ASSERT_EQ(volume_->Open(W("\\shared.txt"), writer), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Open(W("\\SHARED.TXT"), reader), ERROR_SUCCESS);
+    DWORD done = 0;
+    ASSERT_EQ(writer->Write(0, "AFTER!!", 7, done), ERROR_SUCCESS);
+    char seen[8] = {};
+    ASSERT_EQ(reader->Read(0, seen, 7, done), ERROR_SUCCESS);
+    EXPECT_STREQ(seen, "AFTER!!");
+    writer.reset();
+    reader.reset();
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < 10; ++i) {
+                const std::string name = "\\t" + std::to_string(t) + "-" + std::to_string(i);
+                Put(name, Pattern(5000, static_cast<unsigned>(t * 100 + i)));
+                EXPECT_TRUE(Get(name) == Pattern(5000, static_cast<unsigned>(t * 100 + i))) << name;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(Names("\\", "t*").size(), 40u);
+}
+
 TEST_F(NtfsEngine, CallsFailWithTheCodesWindowsGives) {
     Format(image_);
     Attach();
@@ -230,6 +303,8 @@ TEST_F(NtfsEngine, CallsFailWithTheCodesWindowsGives) {
         {"file removed as a folder", volume_->RemoveFolder(W("\\Full\\f.txt")), ERROR_DIRECTORY},
         {"move onto an existing name", volume_->Move(W("\\Full\\f.txt"), W("\\Full"), false), ERROR_ALREADY_EXISTS},
         {"folder below itself", volume_->Move(W("\\Full"), W("\\Full\\Inner"), false), ERROR_SHARING_VIOLATION},
+        {"the file system's own file", volume_->Open(W("\\$MFT"), file), ERROR_ACCESS_DENIED},
+        {"the same by reference", volume_->OpenByReference(0, file), ERROR_ACCESS_DENIED},
     };
     for (const Case& c : cases) EXPECT_EQ(c.result, c.expected) << c.what;
 
@@ -321,6 +396,112 @@ TEST_F(NtfsEngine, FileReferencesOpenTheirRecordOnlyWhileTheSequenceMatches) {
     EXPECT_EQ(file->IsFolder(), false);
 }
 
+TEST_F(NtfsEngine, AChangeJournalIsMadeWhereNoneIsActiveAndKeptAcrossAttachments) {
+    Format(image_);
+    Attach();
+    vlx::ntfs::UsnJournal journal;
+    EXPECT_EQ(volume_->QueryUsnJournal(journal), static_cast<DWORD>(ERROR_JOURNAL_NOT_ACTIVE));
+    ASSERT_EQ(volume_->CreateUsnJournal(32 << 20, 4 << 20), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->QueryUsnJournal(journal), ERROR_SUCCESS);
+    const ULONGLONG id = journal.journalId;
+    EXPECT_NE(id, 0u);
+    EXPECT_EQ(journal.nextUsn, 0);
+    EXPECT_EQ(journal.maximumSize, 32u << 20);
+    EXPECT_EQ(journal.allocationDelta, 4u << 20);
+    ASSERT_EQ(volume_->CreateUsnJournal(1 << 20, 1 << 20), ERROR_SUCCESS);  // an active journal stays as it is
+    Detach();
+    Attach(true);
+    ASSERT_EQ(volume_->QueryUsnJournal(journal), ERROR_SUCCESS);
+    EXPECT_EQ(journal.journalId, id);
+    EXPECT_EQ(journal.maximumSize, 32u << 20);
+    // The journal is one of the file system's own files: not listed at the root.
+    EXPECT_EQ(Names("\\", "$*"), std::vector<std::string>{});
+}
+
+TEST_F(NtfsEngine, EnumerationBatchesHoldEveryFileOnceInWindowsRecordLayout) {
+    Format(image_);
+    Attach();
+    ASSERT_EQ(volume_->CreateFolder(W("\\deep")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->CreateFolder(W("\\deep\\er")), ERROR_SUCCESS);
+    const std::string japanese = "\xE3\x83\x95\xE3\x82\xA1\xE3\x82\xA4\xE3\x83\xAB";  // ファイル
+    std::set<std::string> expected = {"deep", "er"};
+    for (int i = 0; i < 30; ++i) {
+        const std::string name = japanese + std::to_string(i) + std::string(i, 'x');
+        Put("\\deep\\er\\" + name, "x");
+        expected.insert(name);
+    }
+    ASSERT_EQ(volume_->CreateHardLink(W("\\second-name"), W("\\deep\\er\\" + japanese + "0")), ERROR_SUCCESS);
+    EntryInfo er;
+    ASSERT_EQ(volume_->Query(W("\\deep\\er"), er), ERROR_SUCCESS);
+
+    // Small batches (room for about two records) and large ones give the same records.
+    for (DWORD size : {200u, 4096u}) {
+        std::vector<BYTE> request(32, 0), batch(size);
+        const LONGLONG highUsn = 0x7FFFFFFFFFFFFFFFLL;
+        std::memcpy(request.data() + 16, &highUsn, sizeof(highUsn));
+        request[26] = 2;  // MaxMajorVersion
+        std::multiset<std::string> seen;
+        DWORD returned = 0, result;
+        int batches = 0;
+        while ((result = volume_->EnumUsnData(request.data(), 32, batch.data(), size, returned)) == ERROR_SUCCESS) {
+            ASSERT_LT(++batches, 1000);
+            for (DWORD at = 8; at < returned;) {
+                DWORD length = 0;
+                WORD major = 0, nameLength = 0, nameOffset = 0;
+                ULONGLONG parent = 0;
+                std::memcpy(&length, &batch[at], 4);
+                std::memcpy(&major, &batch[at + 4], 2);
+                std::memcpy(&parent, &batch[at + 16], 8);
+                std::memcpy(&nameLength, &batch[at + 56], 2);
+                std::memcpy(&nameOffset, &batch[at + 58], 2);
+                ASSERT_EQ(length % 8, 0u);
+                ASSERT_LE(at + length, returned);
+                EXPECT_EQ(major, 2);
+                EXPECT_EQ(nameOffset, 60);
+                WString name(nameLength / 2, u'\0');
+                std::memcpy(name.data(), &batch[at + 60], nameLength);
+                seen.insert(U(name));
+                if (U(name).rfind(japanese, 0) == 0) {
+                    EXPECT_EQ(parent, er.fileReference);
+                }
+                at += length;
+            }
+            std::memcpy(request.data(), batch.data(), 8);  // go on where the batch ended
+        }
+        EXPECT_EQ(result, static_cast<DWORD>(ERROR_HANDLE_EOF));
+        // A file with two names is one record, under either of them.
+        EXPECT_EQ(seen.erase("second-name") + seen.erase(japanese + "0"), 1u);
+        expected.erase(japanese + "0");
+        EXPECT_EQ(seen, std::multiset<std::string>(expected.begin(), expected.end())) << size;
+    }
+
+    std::vector<BYTE> request(24, 0), batch(8 + 40);
+    DWORD returned = 0;
+    EXPECT_EQ(volume_->EnumUsnData(request.data(), 24, batch.data(), static_cast<DWORD>(batch.size()), returned),
+              static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(volume_->EnumUsnData(request.data(), 20, batch.data(), static_cast<DWORD>(batch.size()), returned),
+              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+
+    std::array<BYTE, 104> data{};
+    ASSERT_EQ(volume_->NtfsVolumeData(data.data(), data.size(), returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 104u);
+    vlx::ntfs::VolumeFacts facts;
+    volume_->Facts(facts);
+    LONGLONG mftStart = 0;
+    DWORD clusterSize = 0;
+    std::memcpy(&mftStart, &data[64], 8);
+    std::memcpy(&clusterSize, &data[44], 4);
+    EXPECT_EQ(mftStart, facts.mftStartLcn);
+    EXPECT_EQ(clusterSize, facts.bytesPerCluster);
+    EXPECT_EQ(volume_->NtfsVolumeData(data.data(), 95, returned), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(volume_->UsnJournalData(data.data(), 64, returned), static_cast<DWORD>(ERROR_JOURNAL_NOT_ACTIVE));
+    ASSERT_EQ(volume_->CreateUsnJournal(1 << 20, 1 << 16), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->UsnJournalData(data.data(), 64, returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 64u);
+    ASSERT_EQ(volume_->UsnJournalData(data.data(), 56, returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 56u);
+}
+
 TEST_F(NtfsEngine, RetrievalPointersMapTheFilesBytesInTheImage) {
     Format(image_, 16 << 20, 4096);
     Attach();
@@ -375,6 +556,39 @@ TEST_F(NtfsEngine, RetrievalPointersMapTheFilesBytesInTheImage) {
     EXPECT_EQ(file->RetrievalPointers(0, buffer.data(), 16, returned), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
 }
 
+TEST_F(NtfsEngine, AFileWrittenIntoScatteredFreeSpaceHasManyRunsAndNoHoles) {
+    Format(image_, 8 << 20, 4096);
+    Attach();
+    const std::string piece = Pattern(8192, 11);
+    for (int i = 0; i < 60; ++i) Put("\\spacer" + std::to_string(i), piece);
+    // Whatever is free after the spacers is taken, so that the next file can only go into their gaps.
+    std::shared_ptr<File> filler;
+    ASSERT_EQ(volume_->CreateFile(W("\\filler"), 0, filler), ERROR_SUCCESS);
+    const std::string block = Pattern(4096, 12);
+    ULONGLONG at = 0;
+    for (DWORD done = 0; filler->Write(at, block.data(), 4096, done) == ERROR_SUCCESS; at += 4096) {
+    }
+    filler.reset();
+    for (int i = 0; i < 60; i += 2) ASSERT_EQ(volume_->DeleteFile(W("\\spacer" + std::to_string(i))), ERROR_SUCCESS);
+    const std::string data = Pattern(25 * 8192, 13);
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->CreateFile(W("\\fragmented"), 0, file), ERROR_SUCCESS);
+    for (size_t offset = 0; offset < data.size(); offset += 4096) {
+        DWORD done = 0;
+        ASSERT_EQ(file->Write(offset, data.data() + offset, 4096, done), ERROR_SUCCESS) << offset;
+    }
+    file.reset();
+    EXPECT_TRUE(BytesThroughRuns("\\fragmented", data.size()) == data);
+    ASSERT_EQ(volume_->Open(W("\\fragmented"), file), ERROR_SUCCESS);
+    LONGLONG first = -1;
+    std::vector<Extent> extents;
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_EQ(first, 0);
+    EXPECT_GE(extents.size(), 20u);
+    EXPECT_TRUE(std::all_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn >= 0; }));
+    EXPECT_EQ(extents.back().nextVcn, static_cast<LONGLONG>(data.size() / 4096));
+}
+
 TEST_F(NtfsEngine, HolesAreRunsWithoutClusters) {
     Format(image_);
     Attach();
@@ -397,6 +611,117 @@ TEST_F(NtfsEngine, HolesAreRunsWithoutClusters) {
     file.reset();
     const std::string expected = tail.substr(0, 4096) + std::string((1 << 20) - 4096, '\0') + tail;
     EXPECT_TRUE(BytesThroughRuns("\\sparse.bin", expected.size()) == expected);
+}
+
+TEST_F(NtfsEngine, CompressionIsSwitchedOnAndOffWithTheDataKept) {
+    Format(image_);
+    Attach();
+    std::string text;
+    while (text.size() < 256 * 1024) text += "Velmora compresses this line again and again. ";
+    Put("\\c.txt", text);
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\C.TXT"), file), ERROR_SUCCESS);
+    USHORT format = 0xFFFF;
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_NONE);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_DEFAULT), ERROR_SUCCESS);
+    EntryInfo info;
+    file->Info(info);
+    EXPECT_NE(info.attributes & FILE_ATTRIBUTE_COMPRESSED, 0u);
+    EXPECT_EQ(info.size, text.size());
+    EXPECT_LT(info.allocated, text.size() / 4);
+    // Each compression unit keeps the clusters it needs and leaves the rest as a run without clusters.
+    LONGLONG first = 0;
+    std::vector<Extent> extents;
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_TRUE(std::any_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn == -1; }));
+    file.reset();
+    EXPECT_TRUE(Get("\\c.txt") == text);
+    Detach();
+    EXPECT_TRUE(Shell(Tool("ntfscat") + " " + Quote(image_) + " /c.txt") == text);
+
+    Attach();
+    ASSERT_EQ(volume_->Open(W("\\c.txt"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_LZNT1);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_NONE), ERROR_SUCCESS);
+    file->Info(info);
+    EXPECT_EQ(info.attributes & FILE_ATTRIBUTE_COMPRESSED, 0u);
+    extents.clear();
+    ASSERT_EQ(file->Extents(0, first, extents), ERROR_SUCCESS);
+    EXPECT_TRUE(std::none_of(extents.begin(), extents.end(), [](const Extent& e) { return e.lcn == -1; }));
+    EXPECT_EQ(file->SetCompression(7), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    file.reset();
+    EXPECT_TRUE(BytesThroughRuns("\\c.txt", text.size()) == text);
+
+    // A compressed folder makes new files compressed.
+    ASSERT_EQ(volume_->CreateFolder(W("\\packed")), ERROR_SUCCESS);
+    ASSERT_EQ(volume_->Open(W("\\packed"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->SetCompression(COMPRESSION_FORMAT_LZNT1), ERROR_SUCCESS);
+    file.reset();
+    ASSERT_EQ(volume_->Query(W("\\packed"), info), ERROR_SUCCESS);
+    EXPECT_EQ(info.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_COMPRESSED));
+    Put("\\packed\\new.txt", text);
+    ASSERT_EQ(volume_->Open(W("\\packed\\new.txt"), file), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetCompression(format), ERROR_SUCCESS);
+    EXPECT_EQ(format, COMPRESSION_FORMAT_LZNT1);
+    file.reset();
+    Detach();
+    EXPECT_TRUE(Shell(Tool("ntfscat") + " " + Quote(image_) + " /packed/new.txt") == text);
+
+    // Clusters above 4 KiB cannot hold compressed data.
+    Format(image_, 8 << 20, 8192);
+    Attach();
+    Put("\\big-clusters.txt", text);
+    ASSERT_EQ(volume_->Open(W("\\big-clusters.txt"), file), ERROR_SUCCESS);
+    EXPECT_EQ(file->SetCompression(COMPRESSION_FORMAT_DEFAULT), static_cast<DWORD>(ERROR_INVALID_FUNCTION));
+}
+
+TEST_F(NtfsEngine, SecurityDescriptorsAreReadAndReplacedPartByPart) {
+    constexpr DWORD kOwner = 0x1, kGroup = 0x2, kDacl = 0x4, kSacl = 0x8;
+    Format(image_);
+    Attach();
+    Put("\\guarded.txt", "g");
+    std::shared_ptr<File> file;
+    ASSERT_EQ(volume_->Open(W("\\guarded.txt"), file), ERROR_SUCCESS);
+    std::vector<BYTE> whole, ownerAndGroup;
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup | kDacl | kSacl, whole), ERROR_SUCCESS);
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup, ownerAndGroup), ERROR_SUCCESS);
+    ASSERT_GE(whole.size(), 20u);
+    EXPECT_EQ(whole[0], 1);
+    // Written back as read, the descriptor is the same bytes, also after the image is attached again.
+    ASSERT_EQ(file->SetSecurity(kOwner | kGroup | kDacl | kSacl, whole.data(), static_cast<DWORD>(whole.size())), ERROR_SUCCESS);
+    file.reset();
+    Detach();
+    Attach();
+    ASSERT_EQ(volume_->Open(W("\\guarded.txt"), file), ERROR_SUCCESS);
+    std::vector<BYTE> again;
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup | kDacl | kSacl, again), ERROR_SUCCESS);
+    EXPECT_EQ(again, whole);
+
+    // A descriptor holding only an empty access list replaces the access list and nothing else.
+    const std::vector<BYTE> emptyDacl = {1, 0, 0x04, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 20, 0, 0, 0,
+                                         2, 0, 8, 0, 0, 0, 0, 0};
+    ASSERT_EQ(file->SetSecurity(kDacl, emptyDacl.data(), static_cast<DWORD>(emptyDacl.size())), ERROR_SUCCESS);
+    std::vector<BYTE> dacl, kept;
+    ASSERT_EQ(file->GetSecurity(kDacl, dacl), ERROR_SUCCESS);
+    EXPECT_EQ(dacl, emptyDacl);
+    ASSERT_EQ(file->GetSecurity(kOwner | kGroup, kept), ERROR_SUCCESS);
+    EXPECT_EQ(kept, ownerAndGroup);
+
+    struct Refused {
+        const char* what;
+        std::vector<BYTE> bytes;
+        DWORD selection;
+    } refused[] = {
+        {"shorter than its head", std::vector<BYTE>(emptyDacl.begin(), emptyDacl.begin() + 12), kDacl},
+        {"access list past the end", std::vector<BYTE>(emptyDacl.begin(), emptyDacl.end() - 2), kDacl},
+        {"owner asked for but absent", emptyDacl, kOwner},
+    };
+    for (const Refused& r : refused) {
+        EXPECT_EQ(file->SetSecurity(r.selection, r.bytes.data(), static_cast<DWORD>(r.bytes.size())),
+                  static_cast<DWORD>(ERROR_INVALID_SECURITY_DESCR)) << r.what;
+    }
 }
 
 TEST_F(NtfsEngine, VolumeFactsAgreeWithTheBootSector) {
@@ -464,6 +789,15 @@ TEST_F(NtfsEngine, BrokenImagesFailToAttachCleanly) {
     }
     std::unique_ptr<Volume> volume;
     EXPECT_EQ(Volume::Attach(root_ + "/absent.img", 0, 1 << 20, true, volume), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    // An image opened for reading only cannot carry a writable volume.
+    const int fd = open(image_.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(Volume::AttachImage(fd, 0, 8 << 20, false, volume), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    ASSERT_EQ(Volume::AttachImage(fd, 0, 8 << 20, true, volume), ERROR_SUCCESS);
+    close(fd);  // the engine keeps its own descriptor
+    EntryInfo root;
+    EXPECT_EQ(volume->Query(W("\\"), root), ERROR_SUCCESS);
+    EXPECT_EQ(root.attributes & FILE_ATTRIBUTE_DIRECTORY, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
 }
 
 }  // namespace

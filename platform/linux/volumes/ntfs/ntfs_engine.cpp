@@ -1,6 +1,5 @@
 // The NTFS engine's core: attaching an image through device operations of our own, the cache of loaded
-// records, path lookup without regard to case, listings, file data, and the calls that add, remove and
-// move names.
+// records, path lookup without regard to case, listings, and the calls that add, remove and move names.
 #include "ntfs3g.h"
 
 #include <fcntl.h>
@@ -42,25 +41,20 @@ constexpr DWORD kMaxLinks = 1024;
 
 ImageDevice& DeviceOf(ntfs_device* dev) { return *static_cast<ImageDevice*>(dev->d_private); }
 
+// The image stays open for the volume's whole life (the engine holds its own duplicate of the caller's
+// descriptor); libntfs-3g's open and close only mark the device.
 int DeviceOpen(ntfs_device* dev, int flags) {
     ImageDevice& device = DeviceOf(dev);
-    const bool readOnly = (flags & O_ACCMODE) == O_RDONLY;
-    device.fd = open(device.imagePath.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC);
-    if (device.fd < 0) return -1;
     device.position = 0;
     NDevSetOpen(dev);
-    if (readOnly) NDevSetReadOnly(dev);
+    if ((flags & O_ACCMODE) == O_RDONLY) NDevSetReadOnly(dev);
     return 0;
 }
 
 int DeviceClose(ntfs_device* dev) {
     ImageDevice& device = DeviceOf(dev);
     int result = 0;
-    if (device.fd >= 0) {
-        if (device.written && fsync(device.fd) != 0) result = -1;
-        if (close(device.fd) != 0) result = -1;
-        device.fd = -1;
-    }
+    if (device.written && fsync(device.fd) != 0) result = -1;
     NDevClearOpen(dev);
     return result;
 }
@@ -288,7 +282,7 @@ DWORD WalkPath(VolumeState& state, const WString& path, Walk& walk) {
     if (DWORD error = AcquireNode(state, FILE_root, current)) return error;
     if (parts.empty()) {
         walk.node = std::move(current);
-        walk.name = u"\\";
+        walk.name.assign(1, kSeparator);
         return ERROR_SUCCESS;
     }
     for (size_t i = 0; i < parts.size(); ++i) {
@@ -326,6 +320,7 @@ DWORD RemoveName(VolumeState& state, NodeRef& node, Node& folder, const WString&
     if (!DetachNode(state, target)) return ERROR_SHARING_VIOLATION;
     node.release();
     ntfs_inode* ni = target->ni;
+    state.folded.erase(target->record);  // the record may come back as another folder
     delete target;
     ForgetFolder(state, folder.ni);
     const u64 folderRecord = folder.ni->mft_no;
@@ -336,11 +331,6 @@ DWORD RemoveName(VolumeState& state, NodeRef& node, Node& folder, const WString&
     folder.ni = ntfs_inode_open(state.vol, folderRecord);
     if (!folder.ni) return ERROR_FILE_CORRUPT;  // the folder's holders find it gone (see ReleaseNode)
     return result;
-}
-
-DWORD CheckWritable(const VolumeState& state) {
-    if (!state.vol) return ERROR_INVALID_HANDLE;
-    return state.readOnly ? ERROR_WRITE_PROTECT : ERROR_SUCCESS;
 }
 
 DWORD CountLinks(ntfs_inode* ni) {
@@ -370,6 +360,15 @@ bool IsAncestor(VolumeState& state, u64 folderRecord, ntfs_inode* start) {
 }
 
 }  // namespace
+
+// The file system's own files ($MFT, $Bitmap and the rest) can be looked at but not opened, as on
+// Windows; the root is the one low record that is an ordinary folder.
+bool IsMetadataRecord(u64 record) { return record < FILE_first_user && record != FILE_root; }
+
+DWORD CheckWritable(const VolumeState& state) {
+    if (!state.vol) return ERROR_INVALID_HANDLE;
+    return state.readOnly ? ERROR_WRITE_PROTECT : ERROR_SUCCESS;
+}
 
 // ---- The cache of loaded records
 
@@ -487,9 +486,6 @@ FILETIME FileTimeOf(sle64 time) {
     const ULONGLONG value = static_cast<ULONGLONG>(sle64_to_cpu(time));
     return FILETIME{static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
 }
-sle64 NtfsTimeOf(const FILETIME& time) {
-    return cpu_to_sle64(static_cast<s64>((static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime));
-}
 }  // namespace
 
 void FillInfo(Node& node, EntryInfo& info) {
@@ -522,6 +518,14 @@ Volume::~Volume() { Detach(); }
 
 DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG length, bool readOnly,
                      std::unique_ptr<Volume>& out) {
+    const int fd = open(imagePath.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC);
+    if (fd < 0) return Win32ErrorFromErrno(errno);
+    const DWORD result = AttachImage(fd, offset, length, readOnly, out);
+    close(fd);
+    return result;
+}
+
+DWORD Volume::AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out) {
     Lock lock(EngineLock());
     static const bool quiet = [] {
         ntfs_log_set_handler(ntfs_log_handler_null);  // failures come back as results, never as text
@@ -530,31 +534,28 @@ DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG l
     (void)quiet;
 
     if (length == 0 || offset + length < offset) return ERROR_INVALID_PARAMETER;
+    const int mode = fcntl(fd, F_GETFL);
+    if (mode < 0) return ERROR_INVALID_HANDLE;
+    if (!readOnly && (mode & O_ACCMODE) != O_RDWR) return ERROR_ACCESS_DENIED;
+    struct stat image {};
+    if (fstat(fd, &image) != 0 || static_cast<ULONGLONG>(image.st_size) < offset + length) {
+        return ERROR_FILE_CORRUPT;  // the image ends inside the volume: part of it is simply gone
+    }
     // Windows recognises NTFS by its boot sector alone; libntfs-3g would also fall back to the backup copy
     // at the end, so a volume whose first sector is gone is refused here, as Windows refuses it.
-    {
-        const int fd = open(imagePath.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) return Win32ErrorFromErrno(errno);
-        struct stat image {};
-        if (fstat(fd, &image) != 0 || static_cast<ULONGLONG>(image.st_size) < offset + length) {
-            close(fd);
-            return ERROR_FILE_CORRUPT;  // the image ends inside the volume: part of it is simply gone
-        }
-        NTFS_BOOT_SECTOR boot{};
-        const ssize_t got = pread(fd, &boot, sizeof(boot), static_cast<off_t>(offset));
-        close(fd);
-        if (got != static_cast<ssize_t>(sizeof(boot)) || length < sizeof(boot) ||
-            std::memcmp(&boot.oem_id, "NTFS    ", sizeof(boot.oem_id)) != 0) {
-            return ERROR_UNRECOGNIZED_VOLUME;
-        }
+    NTFS_BOOT_SECTOR boot{};
+    if (length < sizeof(boot) || pread(fd, &boot, sizeof(boot), static_cast<off_t>(offset)) != static_cast<ssize_t>(sizeof(boot)) ||
+        std::memcmp(&boot.oem_id, "NTFS    ", sizeof(boot.oem_id)) != 0) {
+        return ERROR_UNRECOGNIZED_VOLUME;
     }
 
     auto state = std::make_shared<VolumeState>();
-    state->device.imagePath = imagePath;
+    state->device.fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (state->device.fd < 0) return Win32ErrorFromErrno(errno);
     state->device.offset = offset;
     state->device.length = length;
     state->readOnly = readOnly;
-    ntfs_device* dev = ntfs_device_alloc(imagePath.c_str(), 0, &kImageDeviceOperations, &state->device);
+    ntfs_device* dev = ntfs_device_alloc("image", 0, &kImageDeviceOperations, &state->device);
     if (!dev) return ERROR_NOT_ENOUGH_MEMORY;
     const auto flags = static_cast<ntfs_mount_flags>(readOnly ? NTFS_MNT_RDONLY : NTFS_MNT_RECOVER);
     state->vol = ntfs_device_mount(dev, flags);
@@ -564,9 +565,6 @@ DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG l
         ntfs_device_free(dev);
         switch (error) {
             case EINVAL: return ERROR_UNRECOGNIZED_VOLUME;
-            case EACCES:
-            case EPERM:
-            case ENOENT: return Win32ErrorFromErrno(error);
             case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
             default: return ERROR_FILE_CORRUPT;
         }
@@ -588,8 +586,10 @@ DWORD Volume::Detach() {
     state.folded.clear();
     ntfs_volume* vol = state.vol;
     state.vol = nullptr;
-    if (ntfs_umount(vol, kNtfsFalse) != 0) return ErrorFromErrno(errno);
-    return ERROR_SUCCESS;
+    const DWORD result = ntfs_umount(vol, kNtfsFalse) != 0 ? ErrorFromErrno(errno) : ERROR_SUCCESS;
+    close(state.device.fd);
+    state.device.fd = -1;
+    return result;
 }
 
 bool Volume::ReadOnly() const { return state_->readOnly; }
@@ -599,6 +599,7 @@ DWORD Volume::Open(const WString& path, std::shared_ptr<File>& out) {
     Walk walk;
     if (DWORD error = WalkPath(*state_, path, walk)) return error;
     if (!walk.node) return ERROR_FILE_NOT_FOUND;
+    if (IsMetadataRecord(walk.node.get()->record)) return ERROR_ACCESS_DENIED;
     out.reset(new File(state_, walk.node.release(), walk.name));
     return ERROR_SUCCESS;
 }
@@ -610,6 +611,7 @@ DWORD Volume::OpenByReference(ULONGLONG fileReference, std::shared_ptr<File>& ou
     if (DWORD error = AcquireNode(*state_, fileReference, node)) {
         return error == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_PARAMETER : error;
     }
+    if (IsMetadataRecord(node.get()->record)) return ERROR_ACCESS_DENIED;
     WString name;
     ForEachFileName(node.ni(), [&](const FILE_NAME_ATTR& attr) {
         if (attr.file_name_type == FILE_NAME_DOS) return true;
@@ -667,7 +669,10 @@ DWORD CreateEntry(VolumeState& state, const WString& path, mode_t type, DWORD at
     // New files are marked for backup, as Windows marks them.
     const DWORD settable = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
                            FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_TEMPORARY;
-    DWORD flags = (le32_to_cpu(ni->flags) & FILE_ATTRIBUTE_COMPRESSED) | (attributes & settable);
+    // What libntfs-3g set beyond the settable bits (compression taken from the folder, a folder's index
+    // flag) stays.
+    DWORD flags = (le32_to_cpu(ni->flags) & ~settable & ~static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL)) |
+                  (attributes & settable);
     if (type != S_IFDIR) flags |= FILE_ATTRIBUTE_ARCHIVE;
     ni->flags = FlagsOf(flags);
     NInoSetDirty(ni);
@@ -806,123 +811,17 @@ DWORD PathOf(VolumeState& state, u64 fileReference, WString& path) {
         node = std::move(up);
     }
     path.clear();
-    for (auto it = parts.rbegin(); it != parts.rend(); ++it) path += u"\\" + *it;
-    if (path.empty()) path = u"\\";
+    for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+        path.push_back(kSeparator);
+        path += *it;
+    }
+    if (path.empty()) path.assign(1, kSeparator);
     return ERROR_SUCCESS;
 }
 
 DWORD Volume::PathOfReference(ULONGLONG fileReference, WString& path) {
     Lock lock(EngineLock());
     return PathOf(*state_, fileReference, path);
-}
-
-// ---- File
-
-File::File(std::shared_ptr<VolumeState> state, Node* node, WString name)
-    : state_(std::move(state)), node_(node), name_(std::move(name)) {}
-
-File::~File() {
-    Lock lock(EngineLock());
-    if (state_->vol && node_) ReleaseNode(*state_, node_);
-}
-
-bool File::IsFolder() {
-    Lock lock(EngineLock());
-    return state_->vol && ntfs::IsFolder(node_->ni);
-}
-
-DWORD File::Info(EntryInfo& info) {
-    Lock lock(EngineLock());
-    if (!state_->vol) return ERROR_INVALID_HANDLE;
-    FillInfo(*node_, info);
-    info.name = name_;
-    return ERROR_SUCCESS;
-}
-
-DWORD File::Read(ULONGLONG offset, void* buffer, DWORD count, DWORD& done) {
-    Lock lock(EngineLock());
-    done = 0;
-    if (!state_->vol) return ERROR_INVALID_HANDLE;
-    if (DWORD error = OpenData(*node_)) return error;
-    const s64 size = node_->data->data_size;
-    if (offset >= static_cast<ULONGLONG>(size) || count == 0) return ERROR_SUCCESS;
-    const s64 wanted = std::min<s64>(count, size - static_cast<s64>(offset));
-    const s64 got = ntfs_attr_pread(node_->data, static_cast<s64>(offset), wanted, buffer);
-    if (got < 0) return ErrorFromErrno(errno);
-    done = static_cast<DWORD>(got);
-    return ERROR_SUCCESS;
-}
-
-DWORD File::Write(ULONGLONG offset, const void* buffer, DWORD count, DWORD& done) {
-    Lock lock(EngineLock());
-    done = 0;
-    if (DWORD error = CheckWritable(*state_)) return error;
-    if (DWORD error = OpenData(*node_)) return error;
-    if (count == 0) return ERROR_SUCCESS;
-    if (offset > static_cast<ULONGLONG>(INT64_MAX) - count) return ERROR_INVALID_PARAMETER;
-    const s64 put = ntfs_attr_pwrite(node_->data, static_cast<s64>(offset), count, buffer);
-    if (put < 0) return ErrorFromErrno(errno);
-    done = static_cast<DWORD>(put);
-    ntfs_inode_update_times(node_->ni, static_cast<ntfs_time_update_flags>(NTFS_UPDATE_MCTIME));
-    node_->ni->flags = FlagsOf(le32_to_cpu(node_->ni->flags) | FILE_ATTRIBUTE_ARCHIVE);
-    NInoSetDirty(node_->ni);
-    NInoFileNameSetDirty(node_->ni);
-    return put < count ? ERROR_DISK_FULL : ERROR_SUCCESS;
-}
-
-DWORD File::SetSize(ULONGLONG size) {
-    Lock lock(EngineLock());
-    if (DWORD error = CheckWritable(*state_)) return error;
-    if (DWORD error = OpenData(*node_)) return error;
-    if (size > static_cast<ULONGLONG>(INT64_MAX)) return ERROR_INVALID_PARAMETER;
-    if (static_cast<s64>(size) == node_->data->data_size) return ERROR_SUCCESS;
-    if (ntfs_attr_truncate(node_->data, static_cast<s64>(size)) != 0) return ErrorFromErrno(errno);
-    ntfs_inode_update_times(node_->ni, static_cast<ntfs_time_update_flags>(NTFS_UPDATE_MCTIME));
-    NInoFileNameSetDirty(node_->ni);
-    return ERROR_SUCCESS;
-}
-
-DWORD File::SetTimes(const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
-    Lock lock(EngineLock());
-    if (DWORD error = CheckWritable(*state_)) return error;
-    ntfs_inode* ni = node_->ni;
-    if (created) ni->creation_time = NtfsTimeOf(*created);
-    if (accessed) ni->last_access_time = NtfsTimeOf(*accessed);
-    if (written) ni->last_data_change_time = NtfsTimeOf(*written);
-    NInoSetDirty(ni);
-    NInoFileNameSetDirty(ni);
-    return ERROR_SUCCESS;
-}
-
-DWORD File::SetAttributes(DWORD attributes) {
-    Lock lock(EngineLock());
-    if (DWORD error = CheckWritable(*state_)) return error;
-    // What SetFileAttributesW may change; compression, sparseness and the folder bit have calls of their own.
-    const DWORD settable = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
-                           FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_TEMPORARY |
-                           FILE_ATTRIBUTE_OFFLINE;
-    ntfs_inode* ni = node_->ni;
-    const DWORD kept = le32_to_cpu(ni->flags) & ~settable & ~static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL);
-    ni->flags = FlagsOf(kept | (attributes & settable));
-    NInoSetDirty(ni);
-    NInoFileNameSetDirty(ni);
-    return ERROR_SUCCESS;
-}
-
-DWORD File::LinkNames(std::vector<WString>& paths) {
-    Lock lock(EngineLock());
-    if (!state_->vol) return ERROR_INVALID_HANDLE;
-    std::vector<std::pair<u64, WString>> names;
-    ForEachFileName(node_->ni, [&](const FILE_NAME_ATTR& attr) {
-        if (attr.file_name_type != FILE_NAME_DOS) names.emplace_back(MREF_LE(attr.parent_directory), NameOf(attr));
-        return true;
-    });
-    for (auto& [parent, name] : names) {
-        WString folder;
-        if (DWORD error = PathOf(*state_, parent, folder)) return error;
-        paths.push_back(folder == u"\\" ? folder + name : folder + u"\\" + name);
-    }
-    return ERROR_SUCCESS;
 }
 
 }  // namespace vlx::ntfs

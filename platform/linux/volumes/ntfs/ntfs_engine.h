@@ -21,6 +21,12 @@
 #ifndef ERROR_FILE_CORRUPT
 #define ERROR_FILE_CORRUPT 1392L
 #endif
+#ifndef ERROR_INVALID_SECURITY_DESCR
+#define ERROR_INVALID_SECURITY_DESCR 1338L
+#endif
+#ifndef ERROR_JOURNAL_NOT_ACTIVE
+#define ERROR_JOURNAL_NOT_ACTIVE 1179L
+#endif
 #ifndef ERROR_DISK_CORRUPT
 #define ERROR_DISK_CORRUPT 1393L
 #endif
@@ -63,8 +69,20 @@ struct MftRecord {
         WString name;
     };
     ULONGLONG fileReference = 0;
+    LONGLONG usn = 0;             // the record's last change in the journal; 0 when it has none
     DWORD attributes = 0;         // as EntryInfo::attributes
     std::vector<Name> names;      // every long name (hard links), in record order; 8.3 aliases left out
+};
+
+// The change journal's state, as USN_JOURNAL_DATA_V1 reports it.
+struct UsnJournal {
+    ULONGLONG journalId = 0;
+    LONGLONG firstUsn = 0;
+    LONGLONG nextUsn = 0;         // the journal stream's length: where the next change would be written
+    LONGLONG lowestValidUsn = 0;
+    LONGLONG maxUsn = 0;
+    ULONGLONG maximumSize = 0;
+    ULONGLONG allocationDelta = 0;
 };
 
 // One run of a file's data as FSCTL_GET_RETRIEVAL_POINTERS reports it.
@@ -92,7 +110,7 @@ public:
     // A null time is left as it is.
     DWORD SetTimes(const FILETIME* created, const FILETIME* accessed, const FILETIME* written);
     DWORD SetAttributes(DWORD attributes);
-    // Every long name as a volume-relative path, in record order (FindFirstFileNameW's order).
+    // Every long name as a volume-relative path, in the order the record holds them.
     DWORD LinkNames(std::vector<WString>& paths);
     // COMPRESSION_FORMAT_NONE or COMPRESSION_FORMAT_LZNT1.
     DWORD GetCompression(USHORT& format);
@@ -126,6 +144,9 @@ public:
     // the image ends before offset + length or the file system's own records cannot be read.
     static DWORD Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG length, bool readOnly,
                         std::unique_ptr<Volume>& out);
+    // The same on an image the caller has open (read-write unless readOnly); the engine keeps a duplicate
+    // of the descriptor, so the caller may close its own at once.
+    static DWORD AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out);
     // Detaches, writing everything back; files still open fail with ERROR_INVALID_HANDLE afterwards.
     ~Volume();
     DWORD Detach();
@@ -152,6 +173,21 @@ public:
     DWORD CreateHardLink(const WString& newPath, const WString& existingPath);
     // Each in-use base record from the record number startRecord on, until visit returns false.
     DWORD EnumerateRecords(ULONGLONG startRecord, const std::function<bool(const MftRecord&)>& visit);
+    // The change journal ($Extend\$UsnJrnl); ERROR_JOURNAL_NOT_ACTIVE when the volume has none.
+    DWORD QueryUsnJournal(UsnJournal& journal);
+    // Makes the journal active, as `fsutil usn createjournal` does; an active journal is left as it is.
+    DWORD CreateUsnJournal(ULONGLONG maximumSize, ULONGLONG allocationDelta);
+    // The volume controls, answered into the caller's buffer with the layouts Windows gives; returned is
+    // the count of bytes written.
+    // FSCTL_GET_NTFS_VOLUME_DATA: NTFS_VOLUME_DATA_BUFFER, and NTFS_EXTENDED_VOLUME_DATA's head if it fits.
+    DWORD NtfsVolumeData(void* out, DWORD outSize, DWORD& returned);
+    // FSCTL_QUERY_USN_JOURNAL: USN_JOURNAL_DATA_V1 (V0 in a 56-byte buffer).
+    DWORD UsnJournalData(void* out, DWORD outSize, DWORD& returned);
+    // FSCTL_ENUM_USN_DATA: MFT_ENUM_DATA_V0 or V1 in; out, the record number to continue from and then one
+    // USN_RECORD_V2 per in-use file from the start record on (first long name, its parent, the record's
+    // USN within [LowUsn, HighUsn]), lengths rounded to 8. The file system's own files and the root are
+    // left out. ERROR_HANDLE_EOF when no record is left.
+    DWORD EnumUsnData(const void* in, DWORD inSize, void* out, DWORD outSize, DWORD& returned);
     // Volume-relative path of a file reference ("\" for the root).
     DWORD PathOfReference(ULONGLONG fileReference, WString& path);
 

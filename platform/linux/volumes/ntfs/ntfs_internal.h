@@ -3,6 +3,8 @@
 // Include ntfs3g.h before this (it must come before win32.h).
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstring>
 #include <mutex>
@@ -19,8 +21,13 @@ std::recursive_mutex& EngineLock();
 
 // The partition inside the image file, as libntfs-3g's device operations see it.
 struct ImageDevice {
-    std::string imagePath;
-    int fd = -1;
+    ImageDevice() = default;
+    ImageDevice(const ImageDevice&) = delete;
+    ImageDevice& operator=(const ImageDevice&) = delete;
+    ~ImageDevice() {
+        if (fd >= 0) close(fd);
+    }
+    int fd = -1;  // the engine's own descriptor of the image
     ULONGLONG offset = 0;  // first byte of the file system in the image
     ULONGLONG length = 0;  // bytes of the file system; nothing past it is read or written
     LONGLONG position = 0;
@@ -84,6 +91,10 @@ bool DetachNode(VolumeState& state, Node* node);
 DWORD OpenData(Node& node);
 
 DWORD ErrorFromErrno(int error);
+// ERROR_INVALID_HANDLE once the volume is detached, ERROR_WRITE_PROTECT on a read-only attachment.
+DWORD CheckWritable(const VolumeState& state);
+bool IsMetadataRecord(u64 record);
+constexpr WCHAR kSeparator = u'\\';
 bool IsFolder(const ntfs_inode* ni);
 u64 ReferenceOf(const ntfs_inode* ni);
 DWORD AttributesOf(const ntfs_inode* ni);
@@ -91,6 +102,18 @@ DWORD AttributesOf(const ntfs_inode* ni);
 DWORD PathOf(VolumeState& state, u64 fileReference, WString& path);
 // Fills everything but the name.
 void FillInfo(Node& node, EntryInfo& info);
+
+// Unaligned little-endian fields of the Win32 structures the engine reads and writes as bytes.
+template <class T>
+void Put(BYTE* out, DWORD offset, T value) {
+    std::memcpy(out + offset, &value, sizeof(value));
+}
+template <class T>
+T Take(const BYTE* in, DWORD offset) {
+    T value;
+    std::memcpy(&value, in + offset, sizeof(value));
+    return value;
+}
 
 // An attribute search over one record (and its extents), closed on scope exit.
 class SearchContext {

@@ -18,11 +18,8 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 // RETRIEVAL_POINTERS_BUFFER as the control code lays it out: a 16-byte head, then 16 bytes per run.
 constexpr DWORD kPointersHead = 16;
 constexpr DWORD kPointersExtent = 16;
-
-template <class T>
-void Put(BYTE* out, DWORD offset, T value) {
-    std::memcpy(out + offset, &value, sizeof(value));
-}
+// Where NTFS 3 keeps a record's last journal entry in $STANDARD_INFORMATION.
+constexpr u32 kStandardUsnOffset = 64;
 
 // A compressed stream packs its last block only when asked; its runs are final after that.
 void FinishPendingCompression(Node& node) {
@@ -48,6 +45,11 @@ void ReadRawRecord(const MFT_RECORD& record, u32 recordSize, MftRecord& out, boo
                 const u8* value = base + offset + valueOffset;
                 if (attr->type == AT_STANDARD_INFORMATION && valueLength >= offsetof(STANDARD_INFORMATION, maximum_versions)) {
                     attributes = le32_to_cpu(reinterpret_cast<const STANDARD_INFORMATION*>(value)->file_attributes);
+                    if (valueLength >= kStandardUsnOffset + sizeof(le64)) {
+                        le64 usn;
+                        std::memcpy(&usn, value + kStandardUsnOffset, sizeof(usn));
+                        out.usn = static_cast<LONGLONG>(le64_to_cpu(usn));
+                    }
                 } else if (attr->type == AT_FILE_NAME && valueLength >= sizeof(FILE_NAME_ATTR)) {
                     const auto* name = reinterpret_cast<const FILE_NAME_ATTR*>(value);
                     if (name->file_name_type != FILE_NAME_DOS &&
@@ -153,6 +155,7 @@ DWORD Volume::EnumerateRecords(ULONGLONG startRecord, const std::function<bool(c
                 ntfs_inode* ni = loaded->second->ni;
                 entry.fileReference = ReferenceOf(ni);
                 entry.attributes = AttributesOf(ni);
+                entry.usn = static_cast<LONGLONG>(le64_to_cpu(ni->usn));
                 ForEachFileName(ni, [&](const FILE_NAME_ATTR& name) {
                     if (name.file_name_type != FILE_NAME_DOS) entry.names.push_back({le64_to_cpu(name.parent_directory), NameOf(name)});
                     return true;
