@@ -132,6 +132,13 @@ struct Win32Api {
     // without a choice); a failure code when the dialog could not be shown.
     HRESULT(WINAPI* TaskDialogIndirect)(const TASKDIALOGCONFIG* config, int* button, int* radioButton,
                                         BOOL* verificationChecked);
+
+    // --- Raw volume access: volume information. GetVolumeInformationW takes a root ("E:\\") and gives the
+    // file-system name as Windows spells it (NTFS, FAT32, FAT, exFAT); any buffer may be null. A name that
+    // does not fit its buffer fails with ERROR_BAD_LENGTH; a letter with no volume with ERROR_PATH_NOT_FOUND.
+    BOOL(WINAPI* GetVolumeInformationW)(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
+                                        LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName,
+                                        DWORD fileSystemNameSize);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

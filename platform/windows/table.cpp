@@ -71,6 +71,8 @@ Win32Api MakeWindowsTable() {
     table.CopyFileExW = ::CopyFileExW;
     table.SHFileOperationW = ::SHFileOperationW;
     table.TaskDialogIndirect = ::TaskDialogIndirect;
+    // Raw volume access
+    table.GetVolumeInformationW = ::GetVolumeInformationW;
     return table;
 }
 

@@ -72,6 +72,8 @@ Win32Api MakeLinuxTable() {
     table.CopyFileExW = vlx::CopyFileExW;
     table.SHFileOperationW = vlx::SHFileOperationW;
     table.TaskDialogIndirect = vlx::TaskDialogIndirect;
+    // Raw volume access
+    table.GetVolumeInformationW = vlx::GetVolumeInformationW;
     return table;
 }
 

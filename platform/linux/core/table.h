@@ -77,5 +77,8 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
                         DWORD flags);
 int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
 HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
+// Raw volume access (volumes/devices.cpp)
+BOOL WINAPI GetVolumeInformationW(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
+                                  LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName, DWORD fileSystemNameSize);
 
 }  // namespace vlx

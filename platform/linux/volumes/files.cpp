@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "file_object.h"
+#include "image_calls.h"
 #include "../core/table.h"
 
 namespace vlx {
@@ -67,6 +68,7 @@ HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD fla
 
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition,
                           DWORD flags, HANDLE /*templateFile*/) {
+    if (auto answer = ImageCreateFile(path, access, share, disposition, flags)) return *answer;
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
@@ -140,6 +142,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 }
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    if (auto answer = ImageReadFile(file, buffer, toRead, read, overlapped)) return *answer;
     if (read != nullptr) *read = 0;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
@@ -167,6 +170,7 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPO
 }
 
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
+    if (auto answer = ImageWriteFile(file, buffer, toWrite, written, overlapped)) return *answer;
     if (written != nullptr) *written = 0;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
@@ -193,6 +197,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD writte
 }
 
 BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
+    if (auto answer = ImageGetFileSizeEx(file, size)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -211,6 +216,7 @@ DWORD WINAPI GetFileSize(HANDLE file, LPDWORD sizeHigh) {
 }
 
 BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
+    if (auto answer = ImageSetFilePointerEx(file, distance, newPosition, method)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : method == FILE_END ? SEEK_END : -1;
@@ -222,6 +228,7 @@ BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER
 }
 
 BOOL WINAPI SetEndOfFile(HANDLE file) {
+    if (auto answer = ImageSetEndOfFile(file)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if ((object->access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
@@ -231,6 +238,7 @@ BOOL WINAPI SetEndOfFile(HANDLE file) {
 }
 
 BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
+    if (auto answer = ImageGetFileTime(file, created, accessed, written)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -242,7 +250,8 @@ BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LP
     return TRUE;
 }
 
-BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* /*created*/, const FILETIME* accessed, const FILETIME* written) {
+BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
+    if (auto answer = ImageSetFileTime(file, created, accessed, written)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
@@ -257,6 +266,7 @@ BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* /*created*/, const FILETIME
 }
 
 BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
+    if (auto answer = ImageGetFileInformationByHandle(file, info)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -287,6 +297,7 @@ BOOL WINAPI CloseHandle(HANDLE object) {
 }
 
 DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
+    if (auto answer = ImageGetFileAttributes(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_FILE_ATTRIBUTES;
     if (!resolved.exists) return Fail(MissingError(resolved), INVALID_FILE_ATTRIBUTES);
@@ -294,6 +305,7 @@ DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
 }
 
 BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
+    if (auto answer = ImageSetFileAttributes(path, attributes)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -301,6 +313,7 @@ BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
 }
 
 BOOL WINAPI DeleteFileW(LPCWSTR path) {
+    if (auto answer = ImageDeleteFile(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -313,6 +326,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR path) {
 }
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
+    if (auto answer = ImageCreateDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (resolved.exists || resolved.isRoot()) return Fail(ERROR_ALREADY_EXISTS, FALSE);
@@ -321,6 +335,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
 }
 
 BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
+    if (auto answer = ImageRemoveDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -381,8 +396,9 @@ DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR*
     return static_cast<DWORD>(full.size());
 }
 
-BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID /*out*/, DWORD /*outSize*/,
+BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
                             LPDWORD returned, LPOVERLAPPED /*overlapped*/) {
+    if (auto answer = ImageDeviceIoControl(device, code, in, inSize, out, outSize, returned)) return *answer;
     if (returned != nullptr) *returned = 0;
     auto object = LookupHandleAs<FileObject>(device);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);

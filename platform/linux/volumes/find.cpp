@@ -8,6 +8,7 @@
 
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "image_calls.h"
 
 namespace vlx {
 
@@ -75,6 +76,7 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
 }  // namespace
 
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    if (auto answer = ImageFindFirstFile(pattern, data)) return *answer;
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
@@ -125,6 +127,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
 }
 
 BOOL WINAPI FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
+    if (auto answer = ImageFindNextFile(handle, data)) return *answer;
     auto find = LookupHandleAs<FindObject>(handle);
     if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);

@@ -117,20 +117,35 @@ public:
     virtual bool Flush() { return true; }
 };
 
+// The open image file of an attached disk, closed when its last user lets go of it: a volume engine
+// that outlives the detach of its disk never reads through a descriptor number that was reused.
+class ImageFile {
+public:
+    explicit ImageFile(int fd) : fd_(fd) {}
+    ~ImageFile();
+    ImageFile(const ImageFile&) = delete;
+    ImageFile& operator=(const ImageFile&) = delete;
+    int Fd() const { return fd_; }
+
+private:
+    int fd_;
+};
+
 // A file-system engine's way into its bytes: reads and writes at offsets within the volume, bounded to
 // the volume's length, on the image file that holds it.
 class VolumeBytes {
 public:
-    VolumeBytes(int fd, ULONGLONG offset, ULONGLONG length) : fd_(fd), offset_(offset), length_(length) {}
+    VolumeBytes(std::shared_ptr<ImageFile> image, ULONGLONG offset, ULONGLONG length)
+        : image_(std::move(image)), offset_(offset), length_(length) {}
     ULONGLONG Length() const { return length_; }
-    int Fd() const { return fd_; }
+    int Fd() const { return image_->Fd(); }
     ULONGLONG Offset() const { return offset_; }
     // False (ERROR_READ_FAULT / ERROR_WRITE_FAULT) when the range leaves the volume or the image is short.
     bool Read(ULONGLONG at, void* buffer, size_t size) const;
     bool Write(ULONGLONG at, const void* buffer, size_t size) const;
 
 private:
-    int fd_;
+    std::shared_ptr<ImageFile> image_;
     ULONGLONG offset_;
     ULONGLONG length_;
 };
@@ -141,10 +156,5 @@ std::unique_ptr<Volume> OpenFatVolume(std::shared_ptr<VolumeBytes> bytes, const 
 // Set by the NTFS engine's adapter; null until one is linked in.
 using VolumeOpener = std::unique_ptr<Volume> (*)(std::shared_ptr<VolumeBytes> bytes, const VolumePlacement& placement);
 extern VolumeOpener g_openNtfsVolume;
-
-// The image volume a Win32 path lies on, with the path taken apart below its root; null when the path
-// is on a host-folder volume (or names no volume). Paths reach it by drive letter ("E:\dir") or by
-// volume name ("\\?\Volume{GUID}\dir").
-std::shared_ptr<Volume> ImageVolumeFor(LPCWSTR path, VolumePath* relative);
 
 }  // namespace vlx
