@@ -304,7 +304,8 @@ const Command kRmdir = {
     "rmdir",
     "delete a folder with everything in it, for good",
     "rmdir [--silent] PATH\n"
-    "  Without --silent the shell asks before deleting.",
+    "  Without --silent the shell asks before deleting. Links inside are deleted, never followed; a drive's\n"
+    "  root and the current folder are refused. What could not be deleted is listed by name.",
     RunRmdir,
 };
 
@@ -318,6 +319,29 @@ int RunMkdir(const std::vector<std::string>& args) {
     return kExitOk;
 }
 
+// What is left under a folder whose deletion failed, for the user to see by name; links are listed, not
+// entered. At most kShownLeft names are printed.
+constexpr size_t kShownLeft = 50;
+
+void ListLeft(const CString& folder, size_t& shown, size_t& total) {
+    WIN32_FIND_DATAW data{};
+    const CString pattern = folder + _T("\\*");
+    HANDLE find = sys().FindFirstFileW(pattern, &data);
+    if (find == INVALID_HANDLE_VALUE) return;
+    do {
+        const CString name = data.cFileName;
+        if (name == _T(".") || name == _T("..")) continue;
+        const CString path = folder + _T("\\") + name;
+        if (++total <= kShownLeft) {
+            std::fprintf(stderr, "  left: %s\n", Printable(path).c_str());
+            ++shown;
+        }
+        const DWORD attributes = data.dwFileAttributes;
+        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT)) ListLeft(path, shown, total);
+    } while (sys().FindNextFileW(find, &data));
+    sys().FindClose(find);
+}
+
 int RunRmdir(const std::vector<std::string>& args) {
     bool silent = false;
     std::vector<std::string> paths;
@@ -326,10 +350,34 @@ int RunRmdir(const std::vector<std::string>& args) {
         else paths.push_back(arg);
     }
     if (paths.size() != 1) return UsageError(kRmdir, "one path is needed");
+    // An empty argument would name the current folder; nobody means that by it.
+    if (paths[0].empty()) return UsageError(kRmdir, "the path is empty");
+    // The full path, so that "C:" and "x\\.." are judged (and reported) as the folders they stand for.
+    const CString typed = LibraryPath(paths[0]);
+    WCHAR full[MAX_PATH];
+    const DWORD length = sys().GetFullPathNameW(typed, MAX_PATH, full, nullptr);
+    if (length == 0 || length >= MAX_PATH) return Fail(kRmdir, "not a usable path: " + Printable(typed));
+    CString path = full;
+    if (path.GetLength() > 3) path.TrimRight(_T('\\'));
+    if (path.GetLength() <= 3) return Fail(kRmdir, "refused: " + Printable(path) + " is a drive's root");
+    WCHAR current[MAX_PATH];
+    const DWORD currentLength = sys().GetCurrentDirectoryW(MAX_PATH, current);
+    if (currentLength > 0 && currentLength < MAX_PATH) {
+        const CString here = current;
+        if (here.CompareNoCase(path) == 0 || (here.GetLength() > path.GetLength() && here[path.GetLength()] == _T('\\') &&
+                                              here.Left(path.GetLength()).CompareNoCase(path) == 0))
+            return Fail(kRmdir, "refused: " + Printable(path) + " is the current folder or holds it");
+    }
     InstallTerminalResponder();
-    const CString path = LibraryPath(paths[0]);
-    if (!DeleteFolders(path, silent ? 1 : 0, nullptr)) return Fail(kRmdir, "not deleted: " + Printable(path));
-    return kExitOk;
+    if (DeleteFolders(path, silent ? 1 : 0, nullptr)) return kExitOk;
+    const DWORD attributes = sys().GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return Fail(kRmdir, "not deleted: " + Printable(path) + " (no such folder)");
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return Fail(kRmdir, "not deleted: " + Printable(path) + " is a file");
+    const int result = Fail(kRmdir, "not deleted: " + Printable(path) + " (the question declined, or entries that could not be deleted)");
+    size_t shown = 0, total = 0;
+    ListLeft(path, shown, total);
+    if (total > shown) std::fprintf(stderr, "  and %zu more\n", total - shown);
+    return result;
 }
 
 const CommandRegistration kCopyRegistration(kCopy);

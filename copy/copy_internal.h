@@ -36,6 +36,16 @@ SHFILEOPSTRUCTW ShellCopyRecord(HWND owner, LPCWSTR fromList, LPCWSTR toList, FI
 // A one-entry shell list: the path with one NUL appended, so that its own terminator makes the second.
 CString OneEntryList(const CString& path);
 
+// A path that holds a NUL before its end reads as one path to every platform call but as two entries in a
+// shell list, so the exports that build lists refuse it before they touch anything.
+inline bool HasEmbeddedNul(const CString& path) {
+    const LPCWSTR text = path.GetString();
+    for (int i = 0; i < path.GetLength(); ++i) {
+        if (text[i] == 0) return true;
+    }
+    return false;
+}
+
 // Writes why a copy ended through the caller's optional detail-code pointer, and gives its result back.
 inline BOOL FinishWithCode(int* detailCode, int code, BOOL result) {
     if (detailCode != nullptr) *detailCode = code;

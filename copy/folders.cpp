@@ -44,7 +44,7 @@ BOOL CreateFolders(CString path) {
 BOOL DeleteFolders(CString path, BOOL silent, HWND owner) {
     VELMORA_MANAGE_STATE();
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
-        if (path.IsEmpty()) return FALSE;
+        if (path.IsEmpty() || HasEmbeddedNul(path)) return FALSE;
         const DWORD attributes = sys().GetFileAttributesW(path);
         // Files are not this export's to delete.
         if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return FALSE;

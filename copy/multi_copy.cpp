@@ -70,6 +70,11 @@ BOOL CopyFilesMultiEx(CStringArray* sources, CString destination, BOOL silent, W
         if (sources == nullptr) return FinishWithCode(detailCode, kNoSources, FALSE);
         const INT_PTR count = sources->GetSize();
         if (count == 0 || destination.IsEmpty()) return FinishWithCode(detailCode, kNothingToCopy, FALSE);
+        // A path with a NUL inside would add entries of its own to a list: not a usable argument.
+        if (HasEmbeddedNul(destination)) return FinishWithCode(detailCode, kNothingToCopy, FALSE);
+        for (INT_PTR i = 0; i < count; ++i) {
+            if (HasEmbeddedNul(sources->GetAt(i))) return FinishWithCode(detailCode, kNothingToCopy, FALSE);
+        }
 
         ShellList fromList;
         ShellList toList;

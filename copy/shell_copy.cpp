@@ -52,6 +52,7 @@ BOOL CopyFiles(CString source, CString destination, BOOL silent, WORD extraFlags
     VELMORA_MANAGE_STATE();
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (source.IsEmpty() || destination.IsEmpty()) return FALSE;
+        if (HasEmbeddedNul(source) || HasEmbeddedNul(destination)) return FALSE;
         const DWORD attributes = sys().GetFileAttributesW(source);
         if (attributes == INVALID_FILE_ATTRIBUTES) return FALSE;
         // Shorter sources (a bare drive, say) go to the shell as they are.
@@ -78,6 +79,8 @@ BOOL CopyFilesEx(CString source, CString destination, int silent, WORD extraFlag
     VELMORA_MANAGE_STATE();
     return VelmoraGuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (source.IsEmpty() || destination.IsEmpty()) return FinishWithCode(detailCode, kEmptyArgument, FALSE);
+        // Not a usable path, as an empty one is not.
+        if (HasEmbeddedNul(source) || HasEmbeddedNul(destination)) return FinishWithCode(detailCode, kEmptyArgument, FALSE);
         const DWORD attributes = sys().GetFileAttributesW(source);
         if (attributes == INVALID_FILE_ATTRIBUTES) return FinishWithCode(detailCode, kSourceMissing, FALSE);
         if (source.ReverseFind(_T('\\')) < 0) return FinishWithCode(detailCode, kNoBackslash, FALSE);

@@ -133,6 +133,45 @@ struct Win32Api {
     HRESULT(WINAPI* TaskDialogIndirect)(const TASKDIALOGCONFIG* config, int* button, int* radioButton,
                                         BOOL* verificationChecked);
 
+    // --- Shell archives and shortcuts: COM (ole32, oleaut32), environment strings and a bounded append.
+    // CoInitialize enters the calling thread into a single-threaded apartment: S_OK the first time, S_FALSE
+    // when the thread is in one already (each success wants its CoUninitialize), RPC_E_CHANGED_MODE when the
+    // thread is multithreaded. CoCreateInstance gives the object of a registered class for the interface
+    // asked, with one reference the caller releases: REGDB_E_CLASSNOTREG for an unknown class,
+    // E_NOINTERFACE for an interface it lacks, CO_E_NOTINITIALIZED on a thread outside any apartment.
+    HRESULT(WINAPI* CoInitialize)(LPVOID reserved);
+    void(WINAPI* CoUninitialize)();
+    HRESULT(WINAPI* CoCreateInstance)(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+    // SysAllocString copies a string into a new BSTR (null for a null string or when memory runs out);
+    // SysFreeString frees one (null is allowed). VariantClear frees what a VARIANT owns (a BSTR, a reference
+    // to an interface) and leaves it VT_EMPTY.
+    BSTR(WINAPI* SysAllocString)(const OLECHAR* text);
+    void(WINAPI* SysFreeString)(BSTR text);
+    void(WINAPI* VariantInit)(VARIANTARG* variant);
+    HRESULT(WINAPI* VariantClear)(VARIANTARG* variant);
+    // ExpandEnvironmentStringsW replaces each %NAME% of a variable that exists by its value and leaves the
+    // others as written; it returns the length needed with the terminator, which is larger than the
+    // capacity when the text did not fit (the buffer then holds nothing usable), and 0 on failure.
+    DWORD(WINAPI* ExpandEnvironmentStringsW)(LPCWSTR source, LPWSTR destination, DWORD capacity);
+    // wcscat_s appends within a capacity that counts the terminator. The library checks that the text fits
+    // first: the CRT of Windows ends the process on an overflow by default.
+    errno_t(WINAPI* wcscat_s)(WCHAR* destination, size_t capacity, const WCHAR* source);
+    // --- WIM images: libraries loaded at run time, the temporary folder, and timers.
+    // GetSystemDirectoryW and GetTempPathW give the length without the terminator, or the size needed
+    // with it when the buffer is too small. The system folder has no trailing backslash; the temporary
+    // folder has one. LoadLibraryW fails with ERROR_MOD_NOT_FOUND for a library that is not there (or with
+    // the library's own code when it cannot start); each load of one library gives the same handle, which
+    // stays valid until as many FreeLibrary calls. GetProcAddress fails with ERROR_PROC_NOT_FOUND for a
+    // name the library does not export. A timer's WM_TIMER is made by PeekMessageW and GetMessageW when
+    // the thread's queue holds nothing else and the period has passed; it never piles up.
+    UINT(WINAPI* GetSystemDirectoryW)(LPWSTR buffer, UINT size);
+    DWORD(WINAPI* GetTempPathW)(DWORD length, LPWSTR buffer);
+    HMODULE(WINAPI* LoadLibraryW)(LPCWSTR path);
+    HMODULE(WINAPI* GetModuleHandleW)(LPCWSTR name);
+    FARPROC(WINAPI* GetProcAddress)(HMODULE module, LPCSTR name);
+    BOOL(WINAPI* FreeLibrary)(HMODULE module);
+    UINT_PTR(WINAPI* SetTimer)(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+    BOOL(WINAPI* KillTimer)(HWND window, UINT_PTR id);
     // --- Raw volume access: volume information. GetVolumeInformationW takes a root ("E:\\") and gives the
     // file-system name as Windows spells it (NTFS, FAT32, FAT, exFAT); any buffer may be null. A name that
     // does not fit its buffer fails with ERROR_BAD_LENGTH; a letter with no volume with ERROR_PATH_NOT_FOUND.

@@ -45,3 +45,63 @@ private:
 using UniqueHandle = UniqueSysHandle<&Win32Api::CloseHandle>;
 // Searches (FindFirstFileW, FindFirstFileNameW): FindClose.
 using UniqueFindHandle = UniqueSysHandle<&Win32Api::FindClose>;
+
+// ---- COM: a reference to an interface (Release), a string (SysFreeString), a VARIANT (VariantClear).
+
+// One reference to a COM interface, released when the owner goes or is reset. put() hands the address to a
+// call that gives a new reference (CoCreateInstance, QueryInterface, NameSpace).
+template <class Interface>
+class UniqueComPtr {
+public:
+    UniqueComPtr() = default;
+    ~UniqueComPtr() { reset(); }
+    UniqueComPtr(const UniqueComPtr&) = delete;
+    UniqueComPtr& operator=(const UniqueComPtr&) = delete;
+
+    explicit operator bool() const noexcept { return pointer_ != nullptr; }
+    Interface* get() const noexcept { return pointer_; }
+    Interface* operator->() const noexcept { return pointer_; }
+    Interface** put() noexcept {
+        reset();
+        return &pointer_;
+    }
+    void** put_void() noexcept { return reinterpret_cast<void**>(put()); }
+    void reset() noexcept {
+        if (pointer_ != nullptr) std::exchange(pointer_, nullptr)->Release();
+    }
+
+private:
+    Interface* pointer_ = nullptr;
+};
+
+// A VARIANT that the holder owns: cleared through the table when it goes.
+class UniqueVariant {
+public:
+    UniqueVariant() { sys().VariantInit(&value_); }
+    ~UniqueVariant() { sys().VariantClear(&value_); }
+    UniqueVariant(const UniqueVariant&) = delete;
+    UniqueVariant& operator=(const UniqueVariant&) = delete;
+
+    VARIANT& get() noexcept { return value_; }
+
+private:
+    VARIANT value_;
+};
+
+// The calling thread's COM apartment, entered with CoInitialize whatever it answers (as the shell exports
+// do) and left once with CoUninitialize: at Leave(), where the order of release is written out, or at the
+// end of the scope on a way out that does not reach it.
+class UniqueApartment {
+public:
+    UniqueApartment() { sys().CoInitialize(nullptr); }
+    ~UniqueApartment() { Leave(); }
+    UniqueApartment(const UniqueApartment&) = delete;
+    UniqueApartment& operator=(const UniqueApartment&) = delete;
+
+    void Leave() noexcept {
+        if (std::exchange(entered_, false)) sys().CoUninitialize();
+    }
+
+private:
+    bool entered_ = true;
+};

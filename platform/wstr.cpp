@@ -192,33 +192,62 @@ bool WStrCopy(LPWSTR buffer, size_t capacity, LPCWSTR text) {
     return true;
 }
 
+bool DecodeUtf8At(const std::string& text, size_t at, uint32_t& code, size_t& length) {
+    if (at >= text.size()) return false;
+    const unsigned char lead = static_cast<unsigned char>(text[at]);
+    if (lead < 0x80) {
+        code = lead;
+        length = 1;
+        return true;
+    }
+    // The lead byte fixes the length and the smallest value that length may carry (no overlong forms).
+    uint32_t minimum = 0;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        code = lead & 0x1F;
+        length = 2;
+        minimum = 0x80;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        code = lead & 0x0F;
+        length = 3;
+        minimum = 0x800;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        code = lead & 0x07;
+        length = 4;
+        minimum = 0x10000;
+    } else {
+        return false;
+    }
+    if (text.size() - at < length) return false;
+    for (size_t k = 1; k < length; ++k) {
+        const unsigned char next = static_cast<unsigned char>(text[at + k]);
+        if ((next & 0xC0) != 0x80) return false;
+        code = (code << 6) | (next & 0x3F);
+    }
+    return code >= minimum && code <= 0x10FFFF && !(code >= 0xD800 && code < 0xE000);
+}
+
+void AppendUtf16(WString& out, uint32_t code) {
+    if (code >= 0x10000) {
+        code -= 0x10000;
+        out += static_cast<WCHAR>(0xD800 + (code >> 10));
+        out += static_cast<WCHAR>(0xDC00 + (code & 0x3FF));
+    } else {
+        out += static_cast<WCHAR>(code);
+    }
+}
+
 WString WStrFromUtf8(const std::string& text) {
     WString out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size();) {
-        const unsigned char lead = static_cast<unsigned char>(text[i]);
-        uint32_t code = 0xFFFD;
-        size_t extra = 0;
-        if (lead < 0x80) code = lead;
-        else if ((lead & 0xE0) == 0xC0) { code = lead & 0x1F; extra = 1; }
-        else if ((lead & 0xF0) == 0xE0) { code = lead & 0x0F; extra = 2; }
-        else if ((lead & 0xF8) == 0xF0) { code = lead & 0x07; extra = 3; }
-        ++i;
-        bool valid = lead < 0x80 || extra > 0;
-        for (size_t k = 0; k < extra; ++k, ++i) {
-            if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
-                valid = false;
-                break;
-            }
-            code = (code << 6) | (static_cast<unsigned char>(text[i]) & 0x3F);
-        }
-        if (!valid) code = 0xFFFD;
-        if (code >= 0x10000) {
-            code -= 0x10000;
-            out += static_cast<WCHAR>(0xD800 + (code >> 10));
-            out += static_cast<WCHAR>(0xDC00 + (code & 0x3FF));
+        uint32_t code = 0;
+        size_t length = 0;
+        if (DecodeUtf8At(text, i, code, length)) {
+            AppendUtf16(out, code);
+            i += length;
         } else {
-            out += static_cast<WCHAR>(code);
+            out += static_cast<WCHAR>(0xFFFD);
+            ++i;
         }
     }
     return out;
@@ -229,9 +258,13 @@ std::string WStrToUtf8(const WString& text) {
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         uint32_t code = text[i];
-        if (code >= 0xD800 && code < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
-            code = 0x10000 + ((code - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-            ++i;
+        if (code >= 0xD800 && code < 0xE000) {
+            if (code < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
+                code = 0x10000 + ((code - 0xD800) << 10) + (text[i + 1] - 0xDC00);
+                ++i;
+            } else {
+                code = 0xFFFD;
+            }
         }
         if (code < 0x80) {
             out += static_cast<char>(code);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstdint>
 #include <string>
 
 #include "win32.h"
@@ -34,6 +35,14 @@ int WStrFormatBuffer(LPWSTR buffer, size_t capacity, LPCWSTR format, ...);
 bool WStrCopy(LPWSTR buffer, size_t capacity, LPCWSTR text);
 
 // UTF-8 <-> UTF-16, for hosts and tests that meet byte strings (terminals, file names on Linux).
+// Decoding is strict: overlong forms, encoded surrogates, code points past U+10FFFF and cut-off sequences
+// are not UTF-8, and each of their bytes becomes U+FFFD. Encoding writes a lone surrogate as U+FFFD, so
+// the bytes produced are always valid UTF-8 and decode back to the same units whenever the units held no
+// lone surrogate.
 WString WStrFromUtf8(const std::string& text);
 std::string WStrToUtf8(const WString& text);
 std::string WStrToUtf8(LPCWSTR text);
+// The one well-formed UTF-8 sequence at text[at], if there is one: its code point and its length in bytes.
+bool DecodeUtf8At(const std::string& text, size_t at, uint32_t& code, size_t& length);
+// Appends a code point (at most U+10FFFF, not a surrogate) as UTF-16 units.
+void AppendUtf16(WString& out, uint32_t code);

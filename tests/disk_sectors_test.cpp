@@ -2,6 +2,7 @@
 // straight from the image file, are the file's bytes, and its last data sector holds the file's last byte.
 #include <gtest/gtest.h>
 
+#include "../platform/unique_handles.h"
 #include "support/disk_images.h"
 
 namespace {
@@ -92,6 +93,40 @@ TEST_F(DiskSectors, EveryReportedRunHoldsTheFilesBytesOnFat32With512And4096ByteS
         // Folders are opened as plain files and refused; so is a volume that is not NTFS or FAT32.
         EXPECT_EQ(Locate(_T("E:\\")).result, 0);
         EXPECT_EQ(Locate(_T("E:\\missing")).result, 0);
+    }
+}
+
+TEST_F(DiskSectors, EveryReportedRunHoldsTheFilesBytesOnNtfsWith512And4096ByteSectors) {
+    for (DWORD sectorSize : {512u, 4096u}) {
+        SCOPED_TRACE(sectorSize);
+        const std::string image = Host("disk.img");
+        MakeDiskImage(image, sectorSize, sectorSize == 512 ? "dos" : "gpt", 40, {{"", 1}, {"ntfs", 32}});
+        const std::string large = PatternBytes((2 << 20) + 123, 5);
+        const std::string medium = PatternBytes(70000, 6);
+        auto write = [](LPCWSTR path, const std::string& content) {
+            UniqueHandle file(sys().CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+            ASSERT_TRUE(file) << sys().GetLastError();
+            DWORD written = 0;
+            ASSERT_TRUE(sys().WriteFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
+        };
+        {
+            // Written through the platform, then detached so that everything reaches the image.
+            AttachedImage disk(image, "-E");
+            ASSERT_GE(disk.Number(), 0) << disk.Error();
+            ASSERT_TRUE(sys().CreateDirectoryW(_T("E:\\Data"), nullptr));
+            write(_T("E:\\Data\\large.bin"), large);
+            write(_T("E:\\Data\\medium.bin"), medium);
+            write(_T("E:\\Data\\tiny.txt"), "kept in its record");
+        }
+        AttachedImage disk(image, "-E");
+        ASSERT_GE(disk.Number(), 0) << disk.Error();
+        ExpectRunsHold(image, sectorSize, Locate(_T("E:\\DATA\\Large.bin")), large);
+        ExpectRunsHold(image, sectorSize, Locate(_T("E:\\Data\\medium.bin")), medium);
+        // A file whose data lives in its record has no runs: measured, with nothing to show.
+        const Located tiny = Locate(_T("E:\\Data\\tiny.txt"));
+        EXPECT_EQ(tiny.result, 1);
+        EXPECT_TRUE(tiny.runs.empty());
+        EXPECT_EQ(tiny.first + tiny.last, 0u);
     }
 }
 

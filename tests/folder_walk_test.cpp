@@ -57,7 +57,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
     // Which texts match which names is the filter's own test; here, that the walk applies it everywhere.
     MakeWorkedTree();
     WriteFile("t/sub/d.DOC", "dd");
-    WriteFile("t/sub/e.txt;*", "e");
+    WriteFile("t/sub/e.txt;+", "e");
     struct Case {
         const char* filter;
         ULONGLONG files, bytes;
@@ -66,7 +66,7 @@ TEST_F(FolderWalk, ExtensionFilterCountsMatchingFilesAtEveryDepthAndNoFolders) {
         {".TXT", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"*.txt", 2, 13, {"T:\\t\\a.txt", "T:\\t\\sub\\c.txt"}},
         {"txt", 0, 0, {}},  // no dot: nothing matches
-        {".txt;*.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;*"}},
+        {".txt;+.doc", 2, 3, {"T:\\t\\sub\\d.DOC", "T:\\t\\sub\\e.txt;+"}},
         {".log.doc", 2, 7, {"T:\\t\\b.log", "T:\\t\\sub\\d.DOC"}},
     };
     for (const Case& c : cases) {

@@ -189,6 +189,52 @@ VELMORA_EXPORT BOOL CreateFolders(CString path);
 // Deletes a folder with everything in it for good, through the shell; quietly when silent is 1.
 VELMORA_EXPORT BOOL DeleteFolders(CString path, BOOL silent, HWND owner);
 
+// ---- Shell archives and shortcuts: zip compression and extraction through the shell, shortcut targets.
+
+// Puts a file or a folder (under its own name) into a zip archive through the shell's compressed folders,
+// creating the archive as an empty one when it does not exist (".zip" is appended to zipPath when it does
+// not end in it, case ignored) and adding to it when it does. Waits for the shell's progress window (6
+// seconds unless silent is 1 and the window could be hidden), then until the shell has released the
+// archive, at most one hour. silent 1: no questions, no error boxes, the progress window hidden.
+// detailCode (optional): 0 done (result 1); -1 source missing; -2 source is an empty folder; -3 zipPath
+// empty; -4 archive could not be created; -5 the empty archive could not be written; -6 no shell; -7 the
+// archive is not a shell folder; -8 the shell refused the copy; -9 the shell accepted the copy but the
+// archive was not released: still held after an hour, or it cannot be opened for writing at all (the
+// archive may be incomplete).
+VELMORA_EXPORT BOOL CompressToZip(CString source, CString zipPath, int silent, int* detailCode);
+// The same for plain wide strings; a null or empty string gives 0 without writing the detail code.
+VELMORA_EXPORT BOOL CompressToZipT(LPCWSTR source, LPCWSTR zipPath, int silent, int* detailCode);
+// Unpacks every entry of the archive (its path used unchanged) into destination, made when missing, through
+// the shell; returns when the shell's copy has returned. silent 1: no questions, no error boxes. 1 when the
+// shell accepted the copy.
+VELMORA_EXPORT BOOL ExtractFromZip(CString zipPath, CString destination, int silent);
+// Writes into buffer (260 units, required) the command line a shell link stands for: the target path with
+// environment variables expanded, one space, the arguments as stored (so a link without arguments gives
+// its path and a space). pFindData (optional) receives the target's find data as the link holds it. 1 when
+// the link's arguments could be read. A link that cannot be loaded leaves buffer untouched; a command line
+// that does not fit 260 units with its terminator is not cut: buffer is left empty and the result is 0.
+VELMORA_EXPORT BOOL GetShortCutTargetPath(CString linkPath, LPWSTR buffer, WIN32_FIND_DATAW* pFindData);
+// ---- WIM images, through the system's imaging library (wimgapi.dll), loaded for each call and released
+// before it returns. An entry point missing from that library gives 0 with last error ERROR_PROC_NOT_FOUND;
+// every other failure leaves the loader's or the imaging library's last error. Paths of MAX_PATH units or
+// more are refused with 0.
+
+// Adds one image of sourceFolder's tree to imageFile, creating the file (with the compression type given:
+// WIM_COMPRESS_NONE, _XPRESS, _LZX or _LZMS) when it does not exist; an existing file keeps its own.
+// temporaryFolder empty: the user's temporary folder. While it runs, *percent receives the progress and
+// textWindow's text each file's path; with either given, the calling thread's messages are pumped.
+VELMORA_EXPORT BOOL CompressToWim(CString imageFile, CString sourceFolder, CString temporaryFolder, DWORD compression,
+                                  DWORD* percent, CWnd* textWindow);
+// Writes image number index (from 1) of imageFile into targetFolder; progress as for CompressToWim. The
+// result is the imaging library's own once the image could be loaded.
+VELMORA_EXPORT BOOL ExtractFromWim(CString imageFile, CString targetFolder, CString temporaryFolder, DWORD index,
+                                   DWORD* percent, CWnd* textWindow);
+// Mounts image number index of imageFile at the empty mountFolder. With temporaryFolder empty the mount is
+// for reading only. The mount outlives the call; the result is the imaging library's.
+VELMORA_EXPORT BOOL MountWim(CString imageFile, CString mountFolder, CString temporaryFolder, DWORD index);
+// Unmounts it again: commit nonzero writes the changes made under mountFolder back into the image, zero
+// discards them. The same image file, folder and index as the mount; the result is the imaging library's.
+VELMORA_EXPORT BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit);
 // ---- Raw volume access: where a file lies on its physical disk.
 
 // Appends to *pExtents (required; its elements stay) one run of absolute disk sectors per cluster run of

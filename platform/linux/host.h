@@ -3,6 +3,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -59,12 +61,59 @@ void SetDialogResponder(DialogResponder responder);
 // Shows a dialog to the responder: its answer, or kDialogCannotBeShown when there is none.
 int AskDialog(const DialogRequest& request);
 
+// ---- Libraries loaded at run time: the emulated system folder.
+//
+// GetSystemDirectoryW names a folder that holds the modules registered here, each a table of entry points
+// by name; LoadLibraryW finds them there (by full path in that folder, or by bare name), GetProcAddress
+// answers from the table. The platform registers its own modules (wimgapi.dll) at start-up. A test may
+// register a module of its own under the same name: it hides the platform's until the registration ends,
+// so the test can offer a module that lacks an entry point, that cannot be loaded, or whose entry points
+// answer as the test says.
+struct ModuleDefinition {
+    std::map<std::string, FARPROC> entryPoints;  // by exact (case-sensitive) name, as GetProcAddress matches
+    DWORD loadError = 0;                           // nonzero: LoadLibraryW fails with this code
+};
+
+// Registers a module under its file name (wimgapi.dll) for the life of the object. A module loaded while
+// registered stays usable until its last FreeLibrary, even when the registration ends first.
+class SystemModule {
+public:
+    SystemModule(const WString& fileName, ModuleDefinition definition);
+    ~SystemModule();
+    SystemModule(const SystemModule&) = delete;
+    SystemModule& operator=(const SystemModule&) = delete;
+
+private:
+    WString fileName_;
+    std::shared_ptr<const ModuleDefinition> definition_;
+};
+
+// How many loads of the named module (a bare file name) have not been freed yet.
+int ModuleLoadCount(const WString& fileName);
+
+// An entry point of a table, from any function pointer.
+template <class Function>
+FARPROC EntryPoint(Function function) {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+}
+
+}  // namespace vlx
+
+// ---- COM: what tests need to prove that every reference and apartment was given back.
+namespace vlx {
+// Objects of the platform's COM classes still alive (Shell.Application, its folders and items, shell links).
+size_t LiveComObjectCount();
+// How many CoInitialize calls of the calling thread are not yet balanced by CoUninitialize.
+int ComApartmentDepth();
+}  // namespace vlx
+
 // ---- Disk images: files attached as physical disks.
+namespace vlx {
 //
 // An attached image is \\.\PhysicalDriveN. Each partition of its MBR or GPT table (or the whole image, when
 // it holds a bare file system) becomes a volume named \\?\Volume{GUID}\ and, when the host gives one, a
 // drive letter that takes precedence over a host folder mapped to the same letter. NTFS volumes are served
-// by the NTFS engine, FAT32 volumes by our own reader; FAT12/16 and exFAT volumes report their names only.
+// by the NTFS engine, FAT12, FAT16 and FAT32 volumes by our own reader; exFAT volumes report their name only.
 struct DiskAttachOptions {
     int diskNumber = -1;          // -1: the lowest number not in use; any other free number, 256 and more too
     DWORD sectorSize = 0;         // 512 or 4096; 0: 4096 when a GPT header lies at byte 4096, else 512

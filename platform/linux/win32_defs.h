@@ -309,7 +309,7 @@ typedef enum _FINDEX_SEARCH_OPS {
 #define ERROR_MORE_DATA 234L
 #define ERROR_NO_MORE_ITEMS 259L
 #define ERROR_DIRECTORY 267L
-#define ERROR_NOT_A_REPARSE_POINT 4390L
+#define ERROR_DLL_INIT_FAILED 1114L
 #define ERROR_OPERATION_ABORTED 995L
 #define ERROR_IO_PENDING 997L
 #define ERROR_NOACCESS 998L
@@ -713,6 +713,257 @@ typedef struct {
     int iHigh;
 } PBRANGE, *PPBRANGE;
 
+// The shell refuses to delete, move or rename a volume's root folder.
+#define DE_ROOTDIR 0x74
+
+// ---- Shell archives and shortcuts: COM, automation types, the shell's folder objects and shell links.
+// Interfaces are declared in the order of the published ones, so that vtable slots match Windows.
+typedef int errno_t;
+typedef WCHAR OLECHAR;
+typedef OLECHAR* LPOLESTR;
+typedef const OLECHAR* LPCOLESTR;
+typedef OLECHAR* BSTR;
+typedef SHORT VARIANT_BOOL;
+typedef WORD VARTYPE;
+typedef DWORD LCID;
+typedef LONG DISPID;
+#define VARIANT_TRUE (static_cast<VARIANT_BOOL>(-1))
+#define VARIANT_FALSE (static_cast<VARIANT_BOOL>(0))
+typedef struct _GUID {
+    DWORD Data1;
+    WORD Data2;
+    WORD Data3;
+    BYTE Data4[8];
+} GUID, IID, CLSID;
+typedef const GUID& REFGUID;
+typedef const IID& REFIID;
+typedef const CLSID& REFCLSID;
+inline bool IsEqualGUID(REFGUID a, REFGUID b) {
+    if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;
+    for (int at = 0; at < 8; ++at) {
+        if (a.Data4[at] != b.Data4[at]) return false;
+    }
+    return true;
+}
+inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
+inline bool operator!=(REFGUID a, REFGUID b) { return !IsEqualGUID(a, b); }
+
+#define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
+#define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+#define S_OK (static_cast<HRESULT>(0L))
+#define S_FALSE (static_cast<HRESULT>(1L))
+#define E_NOTIMPL (static_cast<HRESULT>(0x80004001L))
+#define E_NOINTERFACE (static_cast<HRESULT>(0x80004002L))
+#define E_POINTER (static_cast<HRESULT>(0x80004003L))
+#define E_ABORT (static_cast<HRESULT>(0x80004004L))
+#define E_FAIL (static_cast<HRESULT>(0x80004005L))
+#define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFL))
+#define E_ACCESSDENIED (static_cast<HRESULT>(0x80070005L))
+#define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000EL))
+#define E_INVALIDARG (static_cast<HRESULT>(0x80070057L))
+#define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154L))
+#define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110L))
+#define CO_E_NOTINITIALIZED (static_cast<HRESULT>(0x800401F0L))
+#define RPC_E_CHANGED_MODE (static_cast<HRESULT>(0x80010106L))
+#define DISP_E_MEMBERNOTFOUND (static_cast<HRESULT>(0x80020003L))
+#define DISP_E_TYPEMISMATCH (static_cast<HRESULT>(0x80020005L))
+#define FACILITY_WIN32 7
+#define HRESULT_FROM_WIN32(x) \
+    (static_cast<HRESULT>(x) <= 0 ? static_cast<HRESULT>(x) \
+                                  : static_cast<HRESULT>((static_cast<DWORD>(x) & 0x0000FFFF) | (FACILITY_WIN32 << 16) | 0x80000000))
+
+#define COINIT_APARTMENTTHREADED 0x2
+#define COINIT_MULTITHREADED 0x0
+#define CLSCTX_INPROC_SERVER 0x1
+#define STGM_READ 0x00000000L
+#define STGM_WRITE 0x00000001L
+#define STGM_READWRITE 0x00000002L
+
+enum VARENUM : VARTYPE { VT_EMPTY = 0, VT_NULL = 1, VT_I2 = 2, VT_I4 = 3, VT_BSTR = 8, VT_DISPATCH = 9, VT_BOOL = 11,
+                         VT_UNKNOWN = 13, VT_INT = 22 };
+
+struct IUnknown;
+struct IDispatch;
+struct ITypeInfo;
+typedef IUnknown* LPUNKNOWN;
+
+// The 24-byte VARIANT of 64-bit Windows: the type, three reserved words, then the value.
+typedef struct tagVARIANT {
+    VARTYPE vt;
+    WORD wReserved1;
+    WORD wReserved2;
+    WORD wReserved3;
+    union {
+        LONGLONG llVal;
+        LONG lVal;
+        SHORT iVal;
+        INT intVal;
+        VARIANT_BOOL boolVal;
+        BSTR bstrVal;
+        IUnknown* punkVal;
+        IDispatch* pdispVal;
+        void* byref;
+        struct {
+            PVOID pvRecord;
+            PVOID pRecInfo;
+        } brecVal;
+    };
+} VARIANT, VARIANTARG;
+static_assert(sizeof(VARIANT) == 24, "VARIANT has the 64-bit SDK's layout");
+
+typedef struct tagDISPPARAMS {
+    VARIANTARG* rgvarg;
+    DISPID* rgdispidNamedArgs;
+    UINT cArgs;
+    UINT cNamedArgs;
+} DISPPARAMS;
+typedef struct tagEXCEPINFO {
+    WORD wCode;
+    WORD wReserved;
+    BSTR bstrSource;
+    BSTR bstrDescription;
+    BSTR bstrHelpFile;
+    DWORD dwHelpContext;
+    PVOID pvReserved;
+    HRESULT(WINAPI* pfnDeferredFillIn)(struct tagEXCEPINFO*);
+    LONG scode;
+} EXCEPINFO;
+
+#define STDMETHODCALLTYPE WINAPI
+#define STDMETHOD(name) virtual HRESULT STDMETHODCALLTYPE name
+#define STDMETHOD_(type, name) virtual type STDMETHODCALLTYPE name
+#define PURE = 0
+
+struct IUnknown {
+    STDMETHOD(QueryInterface)(REFIID riid, void** object) PURE;
+    STDMETHOD_(ULONG, AddRef)() PURE;
+    STDMETHOD_(ULONG, Release)() PURE;
+};
+
+struct IDispatch : IUnknown {
+    STDMETHOD(GetTypeInfoCount)(UINT* count) PURE;
+    STDMETHOD(GetTypeInfo)(UINT index, LCID locale, ITypeInfo** info) PURE;
+    STDMETHOD(GetIDsOfNames)(REFIID riid, LPOLESTR* names, UINT count, LCID locale, DISPID* ids) PURE;
+    STDMETHOD(Invoke)(DISPID member, REFIID riid, LCID locale, WORD flags, DISPPARAMS* params, VARIANT* result,
+                      EXCEPINFO* exception, UINT* argumentError) PURE;
+};
+
+struct Folder;
+struct FolderItem;
+struct FolderItems;
+struct FolderItemVerbs;
+
+struct IShellDispatch : IDispatch {
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(NameSpace)(VARIANT folder, Folder** result) PURE;
+    STDMETHOD(BrowseForFolder)(LONG window, BSTR title, LONG options, VARIANT root, Folder** result) PURE;
+    STDMETHOD(Windows)(IDispatch** windows) PURE;
+    STDMETHOD(Open)(VARIANT folder) PURE;
+    STDMETHOD(Explore)(VARIANT folder) PURE;
+    STDMETHOD(MinimizeAll)() PURE;
+    STDMETHOD(UndoMinimizeALL)() PURE;
+    STDMETHOD(FileRun)() PURE;
+    STDMETHOD(CascadeWindows)() PURE;
+    STDMETHOD(TileVertically)() PURE;
+    STDMETHOD(TileHorizontally)() PURE;
+    STDMETHOD(ShutdownWindows)() PURE;
+    STDMETHOD(Suspend)() PURE;
+    STDMETHOD(EjectPC)() PURE;
+    STDMETHOD(SetTime)() PURE;
+    STDMETHOD(TrayProperties)() PURE;
+    STDMETHOD(Help)() PURE;
+    STDMETHOD(FindFiles)() PURE;
+    STDMETHOD(FindComputer)() PURE;
+    STDMETHOD(RefreshMenu)() PURE;
+    STDMETHOD(ControlPanelItem)(BSTR file) PURE;
+};
+
+struct Folder : IDispatch {
+    STDMETHOD(get_Title)(BSTR* title) PURE;
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(get_ParentFolder)(Folder** parent) PURE;
+    STDMETHOD(Items)(FolderItems** items) PURE;
+    STDMETHOD(ParseName)(BSTR name, FolderItem** item) PURE;
+    STDMETHOD(NewFolder)(BSTR name, VARIANT options) PURE;
+    STDMETHOD(MoveHere)(VARIANT item, VARIANT options) PURE;
+    STDMETHOD(CopyHere)(VARIANT item, VARIANT options) PURE;
+    STDMETHOD(GetDetailsOf)(VARIANT item, int column, BSTR* text) PURE;
+};
+
+struct FolderItems : IDispatch {
+    STDMETHOD(get_Count)(LONG* count) PURE;
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(Item)(VARIANT index, FolderItem** item) PURE;
+    STDMETHOD(_NewEnum)(IUnknown** enumerator) PURE;
+};
+
+struct FolderItem : IDispatch {
+    STDMETHOD(get_Application)(IDispatch** application) PURE;
+    STDMETHOD(get_Parent)(IDispatch** parent) PURE;
+    STDMETHOD(get_Name)(BSTR* name) PURE;
+    STDMETHOD(put_Name)(BSTR name) PURE;
+    STDMETHOD(get_Path)(BSTR* path) PURE;
+    STDMETHOD(get_GetLink)(IDispatch** link) PURE;
+    STDMETHOD(get_GetFolder)(IDispatch** folder) PURE;
+    STDMETHOD(get_IsLink)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsFolder)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsFileSystem)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_IsBrowsable)(VARIANT_BOOL* value) PURE;
+    STDMETHOD(get_ModifyDate)(DATE* date) PURE;
+    STDMETHOD(put_ModifyDate)(DATE date) PURE;
+    STDMETHOD(get_Size)(LONG* size) PURE;
+    STDMETHOD(get_Type)(BSTR* type) PURE;
+    STDMETHOD(Verbs)(FolderItemVerbs** verbs) PURE;
+    STDMETHOD(InvokeVerb)(VARIANT verb) PURE;
+};
+
+struct _ITEMIDLIST;
+typedef _ITEMIDLIST* PIDLIST_ABSOLUTE;
+typedef const _ITEMIDLIST* PCIDLIST_ABSOLUTE;
+
+struct IShellLinkW : IUnknown {
+    STDMETHOD(GetPath)(LPWSTR file, int capacity, WIN32_FIND_DATAW* findData, DWORD flags) PURE;
+    STDMETHOD(GetIDList)(PIDLIST_ABSOLUTE* list) PURE;
+    STDMETHOD(SetIDList)(PCIDLIST_ABSOLUTE list) PURE;
+    STDMETHOD(GetDescription)(LPWSTR name, int capacity) PURE;
+    STDMETHOD(SetDescription)(LPCWSTR name) PURE;
+    STDMETHOD(GetWorkingDirectory)(LPWSTR folder, int capacity) PURE;
+    STDMETHOD(SetWorkingDirectory)(LPCWSTR folder) PURE;
+    STDMETHOD(GetArguments)(LPWSTR arguments, int capacity) PURE;
+    STDMETHOD(SetArguments)(LPCWSTR arguments) PURE;
+    STDMETHOD(GetHotkey)(WORD* hotkey) PURE;
+    STDMETHOD(SetHotkey)(WORD hotkey) PURE;
+    STDMETHOD(GetShowCmd)(int* showCommand) PURE;
+    STDMETHOD(SetShowCmd)(int showCommand) PURE;
+    STDMETHOD(GetIconLocation)(LPWSTR iconPath, int capacity, int* icon) PURE;
+    STDMETHOD(SetIconLocation)(LPCWSTR iconPath, int icon) PURE;
+    STDMETHOD(SetRelativePath)(LPCWSTR path, DWORD reserved) PURE;
+    STDMETHOD(Resolve)(HWND window, DWORD flags) PURE;
+    STDMETHOD(SetPath)(LPCWSTR file) PURE;
+};
+
+struct IPersist : IUnknown {
+    STDMETHOD(GetClassID)(CLSID* classId) PURE;
+};
+
+struct IPersistFile : IPersist {
+    STDMETHOD(IsDirty)() PURE;
+    STDMETHOD(Load)(LPCOLESTR fileName, DWORD mode) PURE;
+    STDMETHOD(Save)(LPCOLESTR fileName, BOOL remember) PURE;
+    STDMETHOD(SaveCompleted)(LPCOLESTR fileName) PURE;
+    STDMETHOD(GetCurFile)(LPOLESTR* fileName) PURE;
+};
+// WIM images: run-time libraries, the imaging library's errors and the timers a window shows progress by.
+#define ERROR_BAD_FORMAT 11L
+#define ERROR_FILE_CORRUPT 1392L
+#define ERROR_DLL_INIT_FAILED 1114L
+#define USER_TIMER_MINIMUM 0x0000000A
+typedef VOID(CALLBACK* TIMERPROC)(HWND window, UINT message, UINT_PTR id, DWORD time);
+#define WC_STATICW u"Static"
+
 // ---- Disks and volumes: device controls, their structures, volume information.
 #define ERROR_UNRECOGNIZED_VOLUME 1005L
 #define ERROR_BAD_LENGTH 24L
@@ -727,13 +978,6 @@ typedef struct {
 #define IOCTL_DISK_GET_LENGTH_INFO CTL_CODE(IOCTL_DISK_BASE, 0x0017, METHOD_BUFFERED, FILE_READ_ACCESS)
 #define FSCTL_GET_RETRIEVAL_POINTERS CTL_CODE(FILE_DEVICE_FILE_SYSTEM, 28, METHOD_NEITHER, FILE_ANY_ACCESS)
 #define FSCTL_GET_NTFS_VOLUME_DATA CTL_CODE(FILE_DEVICE_FILE_SYSTEM, 25, METHOD_BUFFERED, FILE_ANY_ACCESS)
-
-typedef struct _GUID {
-    DWORD Data1;
-    WORD Data2;
-    WORD Data3;
-    BYTE Data4[8];
-} GUID;
 
 typedef struct _DISK_EXTENT {
     DWORD DiskNumber;

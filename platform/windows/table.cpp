@@ -71,6 +71,25 @@ Win32Api MakeWindowsTable() {
     table.CopyFileExW = ::CopyFileExW;
     table.SHFileOperationW = ::SHFileOperationW;
     table.TaskDialogIndirect = ::TaskDialogIndirect;
+    // Shell archives and shortcuts
+    table.CoInitialize = ::CoInitialize;
+    table.CoUninitialize = ::CoUninitialize;
+    table.CoCreateInstance = ::CoCreateInstance;
+    table.SysAllocString = ::SysAllocString;
+    table.SysFreeString = ::SysFreeString;
+    table.VariantInit = ::VariantInit;
+    table.VariantClear = ::VariantClear;
+    table.ExpandEnvironmentStringsW = ::ExpandEnvironmentStringsW;
+    table.wcscat_s = static_cast<errno_t(WINAPI*)(WCHAR*, size_t, const WCHAR*)>(::wcscat_s);
+    // WIM images
+    table.GetSystemDirectoryW = ::GetSystemDirectoryW;
+    table.GetTempPathW = ::GetTempPathW;
+    table.LoadLibraryW = ::LoadLibraryW;
+    table.GetModuleHandleW = ::GetModuleHandleW;
+    table.GetProcAddress = ::GetProcAddress;
+    table.FreeLibrary = ::FreeLibrary;
+    table.SetTimer = ::SetTimer;
+    table.KillTimer = ::KillTimer;
     // Raw volume access
     table.GetVolumeInformationW = ::GetVolumeInformationW;
     return table;

@@ -28,3 +28,9 @@
 
 #include <shellapi.h>
 #include <commctrl.h>
+
+// Shell archives and shortcuts: COM, the shell's automation objects and shell links.
+#include <objbase.h>
+#include <oleauto.h>
+#include <shldisp.h>
+#include <shobjidl.h>

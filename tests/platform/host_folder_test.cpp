@@ -123,6 +123,90 @@ TEST_F(HostFolder, AttributeWordsMapToHostState) {
     EXPECT_FALSE(sys().PathFileExistsW(Win("nothing")));
 }
 
+// What non-root users meet: every write of an attribute word happens whole or changes nothing, whatever
+// the entry's permissions, and a refusal says why.
+TEST_F(HostFolder, AttributeWritesHappenWholeOrNotAtAll) {
+    WriteFile("ro.txt", "x");
+    MakeFolder("dir");
+    MakeFolder("locked");
+    WriteFile("lk.txt", "x");
+    std::filesystem::create_symlink(Host("lk.txt"), Host("link"));
+    ASSERT_EQ(mkfifo(Host("pipe").c_str(), 0644), 0);
+    auto mode = [&](const std::string& name) {
+        struct stat status {};
+        lstat(Host(name).c_str(), &status);
+        return status.st_mode & 07777;
+    };
+    auto stored = [&](const std::string& name) {
+        char text[32] = {};
+        return lgetxattr(Host(name).c_str(), "user.DOSATTRIB", text, sizeof text - 1) > 0 ? std::string(text) : std::string("none");
+    };
+
+    // Hidden on a read-only file: the stored word needs the file writable for the moment of the write.
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(Attributes(Win("ro.txt")), DWORD(FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_EQ(mode("ro.txt") & S_IWUSR, 0u);
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("ro.txt"), FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(Attributes(Win("ro.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+
+    // A read-only folder keeps its write permission: files are still made inside it, as on Windows.
+    const mode_t folderMode = mode("dir");
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("dir"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(Attributes(Win("dir")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(mode("dir"), folderMode);
+    HANDLE made = sys().CreateFileW(Win("dir\\new.txt"), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    EXPECT_NE(made, INVALID_HANDLE_VALUE);
+    sys().CloseHandle(made);
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("dir"), FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(Attributes(Win("dir")), DWORD(FILE_ATTRIBUTE_DIRECTORY));
+    // A folder nobody may write into reads as read-only, and clearing the flag gives the permission back.
+    ASSERT_EQ(chmod(Host("locked").c_str(), 0555), 0);
+    EXPECT_EQ(Attributes(Win("locked")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(sys().SetFileAttributesW(Win("locked"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(Attributes(Win("locked")), DWORD(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(mode("locked"), 0755u);
+
+    // A link keeps only what it reads as; a pipe cannot carry a stored word, so its permission stays too.
+    const DWORD linkWord = Attributes(Win("link"));
+    EXPECT_TRUE(sys().SetFileAttributesW(Win("link"), linkWord));
+    const struct {
+        const char* name;
+        DWORD word;
+        DWORD error;
+    } refused[] = {
+        {"link", linkWord | FILE_ATTRIBUTE_HIDDEN, ERROR_NOT_SUPPORTED},
+        {"link", linkWord | FILE_ATTRIBUTE_READONLY, ERROR_NOT_SUPPORTED},
+        {"pipe", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN, ERROR_ACCESS_DENIED},
+    };
+    for (const auto& c : refused) {
+        SCOPED_TRACE(c.name);
+        const DWORD before = Attributes(Win(c.name));
+        const mode_t modeBefore = mode(c.name);
+        sys().SetLastError(kJunkError);
+        EXPECT_FALSE(sys().SetFileAttributesW(Win(c.name), c.word));
+        EXPECT_EQ(sys().GetLastError(), c.error);
+        EXPECT_EQ(Attributes(Win(c.name)), before);
+        EXPECT_EQ(mode(c.name), modeBefore);
+        EXPECT_EQ(stored(c.name), "none");
+    }
+    EXPECT_EQ(Attributes(Win("lk.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+}
+
+// Root searches every folder, so only an unprivileged run meets a folder it may not enter.
+TEST_F(HostFolder, EntriesBehindAFolderThatCannotBeEnteredAreDeniedNotMissing) {
+    if (geteuid() == 0) GTEST_SKIP() << "root enters every folder";
+    WriteFile("closed/inner/f.txt", "x");
+    ASSERT_EQ(chmod(Host("closed").c_str(), 0), 0);
+    for (const char* name : {"closed\\f.txt", "closed\\inner\\f.txt"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(ErrorAfterAttributes(Win(name)), DWORD(ERROR_ACCESS_DENIED));
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(sys().CreateFileW(Win(name), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_ACCESS_DENIED));
+    }
+}
+
 TEST_F(HostFolder, EnumerationGivesDotsFirstThenNtfsOrder) {
     for (const char* name : {"b.txt", "A.txt", "_x", "a.doc", "Z", "10", "9", "noext"}) WriteFile(std::string("dir/") + name, "");
     MakeFolder("dir/sub");

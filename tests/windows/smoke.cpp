@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cwchar>
 #include <initializer_list>
+#include <vector>
 
 namespace {
 
@@ -177,6 +178,24 @@ void CopyEngine(HMODULE module) {
 
 }  // namespace
 
+// Raw volume access: Wine has no raw disk behind its drives, so the sector position fails cleanly, with
+// the caller's vector and out values as they were.
+void RawVolumeAccess(HMODULE module) {
+    auto sectorPosition = EXPORT(module, GetFileSectorPos);
+    if (!sectorPosition) return;
+    wchar_t folder[MAX_PATH], file[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    std::swprintf(file, MAX_PATH, L"%lsvelmora-smoke-sectors.txt", folder);
+    WriteSmallFile(file, "sectors");
+    std::vector<SectorExtent> runs{{7, 8}};
+    ULONGLONG first = 99, lastData = 99, last = 99;
+    Check(sectorPosition(CString(file), &runs, &first, &lastData, &last) == 0, "GetFileSectorPos fails without a raw disk");
+    Check(runs.size() == 1 && runs[0].startSector == 7 && first == 99 && lastData == 99 && last == 99,
+          "GetFileSectorPos leaves the caller's vector and values alone when it fails");
+    Check(sectorPosition(CString(L""), &runs, &first, &lastData, &last) == 0, "GetFileSectorPos refuses an empty path");
+    DeleteFileW(file);
+}
+
 int wmain(int argc, wchar_t** argv) {
     const wchar_t* dll = argc > 1 ? argv[1] : L"Velmora.dll";
     HMODULE module = LoadLibraryW(dll);
@@ -201,6 +220,7 @@ int wmain(int argc, wchar_t** argv) {
     FileProperties(module);
     Enumeration(module);
     CopyEngine(module);
+    RawVolumeAccess(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);

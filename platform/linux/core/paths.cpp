@@ -1,5 +1,6 @@
 // Drive letters and Win32 path rules on host folders: separators, case-insensitive lookup with the case
 // kept, MAX_PATH, relative paths, wildcards and NTFS name order.
+#include <fcntl.h>
 #include <dirent.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <shared_mutex>
 
 #include "internal.h"
+#include "../volumes/host_names.h"
 
 namespace vlx {
 
@@ -37,8 +39,8 @@ std::string JoinHost(const std::string& folder, const std::string& name) {
 
 // Finds the entry of a host folder whose name equals name without regard to case, preferring an exact
 // match, with its status. Empty when there is none.
-std::string FindEntryNoCase(const std::string& folder, const WString& name, HostStatus& status, bool exactKnownMissing) {
-    const std::string exact = WStrToUtf8(name);
+std::string FindEntryNoCase(const std::string& folder, const std::string& exact, const WString& name, HostStatus& status,
+                            bool exactKnownMissing) {
     if (!exactKnownMissing && StatHost(JoinHost(folder, exact), status)) return exact;
     const std::string found = FindFoldedEntry(folder, exact, name);
     if (!found.empty() && !StatHost(JoinHost(folder, found), status)) return {};
@@ -178,19 +180,19 @@ WString HostToWin32Path(const std::string& hostPath) {
             }
         }
     }
-    std::string rest = absolute.substr(std::min(absolute.size(), bestRoot.size()));
-    WString converted = WStrFromUtf8(rest);
+    const std::string rest = absolute.substr(std::min(absolute.size(), bestRoot.size()));
     WString result;
     result += bestLetter;
     result += _T(":\\");
-    for (WCHAR unit : converted) {
-        if (unit == '/') {
+    for (size_t at = 0; at < rest.size();) {
+        size_t end = rest.find('/', at);
+        if (end == std::string::npos) end = rest.size();
+        if (end > at) {
             if (result.back() != '\\') result += '\\';
-        } else {
-            result += unit;
+            result += WindowsNameOfHost(rest.substr(at, end - at));
         }
+        at = end + 1;
     }
-    if (result.size() > 3 && result.back() == '\\') result.pop_back();
     return result;
 }
 
@@ -222,9 +224,15 @@ bool FullWin32Path(LPCWSTR path, WString& full) {
     if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, false);
     WString text = path;
     if (text.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
-    // The \\?\ prefix turns off the parsing rules and the length limit; the rest is a drive path.
-    if (text.size() >= 4 && text[0] == '\\' && text[1] == '\\' && text[2] == '?' && text[3] == '\\') text = text.substr(4);
-    else if (text.size() >= MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+    // The \\?\ prefix turns off the parsing rules and the length limit: what follows must be a whole
+    // drive path, taken as written ("." and ".." are no names there, and trailing dots and spaces stay).
+    const bool verbatim = text.size() >= 4 && text[0] == '\\' && text[1] == '\\' && text[2] == '?' && text[3] == '\\';
+    if (verbatim) {
+        text = text.substr(4);
+        if (text.size() < 3 || !IsLetter(text[0]) || text[1] != ':' || text[2] != '\\') return Fail(ERROR_INVALID_NAME, false);
+    } else if (text.size() >= MAX_PATH) {
+        return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+    }
 
     WCHAR drive = 0;
     WString rest;
@@ -245,32 +253,43 @@ bool FullWin32Path(LPCWSTR path, WString& full) {
         rest = IsSeparator(text[0]) ? text : current.substr(2) + _T("\\") + text;
     }
 
-    std::vector<WString> parts;
-    WString part;
-    auto flush = [&]() {
-        if (part.empty() || part == _T(".")) {
-        } else if (part == _T("..")) {
-            if (!parts.empty()) parts.pop_back();
-        } else {
-            // Windows drops trailing spaces and dots from a name.
-            WString trimmed = part;
-            while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == '.')) trimmed.pop_back();
-            parts.push_back(trimmed.empty() ? part : trimmed);
-        }
-        part.clear();
-    };
-    for (WCHAR unit : rest) {
-        if (IsSeparator(unit)) flush();
-        else part += unit;
-    }
-    flush();
-
+    // One pass that appends each name as it ends; ".." takes the last one off again.
     full.clear();
     full += drive;
     full += _T(":");
-    for (const WString& name : parts) full += _T("\\") + name;
-    if (parts.empty()) full += _T("\\");
-    if (IsSeparator(text.back()) && !parts.empty()) full += _T("\\");
+    std::vector<size_t> starts;  // where each kept name begins in full (at its backslash)
+    size_t at = 0;
+    const size_t length = rest.size();
+    while (at < length) {
+        while (at < length && IsSeparator(rest[at])) ++at;
+        size_t end = at;
+        while (end < length && !IsSeparator(rest[end])) ++end;
+        if (end == at) break;
+        const WCHAR* name = rest.data() + at;
+        const size_t size = end - at;
+        const bool dot = size == 1 && name[0] == '.';
+        const bool dotDot = size == 2 && name[0] == '.' && name[1] == '.';
+        if (verbatim && (dot || dotDot)) return Fail(ERROR_INVALID_NAME, false);
+        if (dotDot) {
+            if (!starts.empty()) {
+                full.resize(starts.back());
+                starts.pop_back();
+            }
+        } else if (!dot) {
+            // Windows drops trailing spaces and dots from a name, unless that would leave nothing.
+            size_t kept = size;
+            if (!verbatim) {
+                while (kept > 0 && (name[kept - 1] == ' ' || name[kept - 1] == '.')) --kept;
+                if (kept == 0) kept = size;
+            }
+            starts.push_back(full.size());
+            full += '\\';
+            full.append(name, kept);
+        }
+        at = end;
+    }
+    if (starts.empty()) full += _T("\\");
+    else if (IsSeparator(text.back())) full += _T("\\");
     return true;
 }
 
@@ -315,8 +334,12 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
 
     std::string host = out.volumeRoot;
     const bool lastHasWildcard = !names.empty() && HasWildcard(names.back());
-    std::vector<std::string> hostNames;
-    for (const WString& name : names) hostNames.push_back(WStrToUtf8(name));
+    std::vector<std::string> hostNames(names.size());
+    for (size_t i = 0; i < names.size(); ++i) {
+        // A pattern is matched against listed names and never names a host entry itself.
+        if (HasWildcard(names[i])) hostNames[i] = WStrToUtf8(names[i]);
+        else if (!HostNameOfWindows(names[i], hostNames[i])) return Fail(ERROR_INVALID_NAME, false);
+    }
     auto joinAll = [&](size_t count) {
         std::string joined = out.volumeRoot;
         for (size_t i = 0; i < count; ++i) joined = JoinHost(joined, hostNames[i]);
@@ -348,15 +371,18 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         const bool last = i + 1 == names.size();
         out.hostParent = host;
         std::string hostName =
-            HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, names[i], entry, last && lastExactMissing);
+            HasWildcard(names[i]) ? std::string() : FindEntryNoCase(host, hostNames[i], names[i], entry, last && lastExactMissing);
         if (hostName.empty()) {
+            // A folder the user may not enter hides what is in it: that is a refusal, not a missing name.
+            if (faccessat(AT_FDCWD, host.c_str(), X_OK, AT_EACCESS) != 0 && errno == EACCES)
+                return Fail(ERROR_ACCESS_DENIED, false);
             if (!last) return Fail(ERROR_PATH_NOT_FOUND, false);
             out.components.push_back(names[i]);
             out.hostPath = JoinHost(host, hostNames[i]);
             return true;
         }
         host = JoinHost(host, hostName);
-        out.components.push_back(WStrFromUtf8(hostName));
+        out.components.push_back(WindowsNameOfHost(hostName));
         if (!last && !LeadsToFolder(host, entry.status)) return Fail(ERROR_PATH_NOT_FOUND, false);
     }
     if (names.empty()) {

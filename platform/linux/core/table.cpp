@@ -72,6 +72,25 @@ Win32Api MakeLinuxTable() {
     table.CopyFileExW = vlx::CopyFileExW;
     table.SHFileOperationW = vlx::SHFileOperationW;
     table.TaskDialogIndirect = vlx::TaskDialogIndirect;
+    // Shell archives and shortcuts
+    table.CoInitialize = vlx::CoInitialize;
+    table.CoUninitialize = vlx::CoUninitialize;
+    table.CoCreateInstance = vlx::CoCreateInstance;
+    table.SysAllocString = vlx::SysAllocString;
+    table.SysFreeString = vlx::SysFreeString;
+    table.VariantInit = vlx::VariantInit;
+    table.VariantClear = vlx::VariantClear;
+    table.ExpandEnvironmentStringsW = vlx::ExpandEnvironmentStringsW;
+    table.wcscat_s = vlx::wcscat_s;
+    // WIM images
+    table.GetSystemDirectoryW = vlx::GetSystemDirectoryW;
+    table.GetTempPathW = vlx::GetTempPathW;
+    table.LoadLibraryW = vlx::LoadLibraryW;
+    table.GetModuleHandleW = vlx::GetModuleHandleW;
+    table.GetProcAddress = vlx::GetProcAddress;
+    table.FreeLibrary = vlx::FreeLibrary;
+    table.SetTimer = vlx::SetTimer;
+    table.KillTimer = vlx::KillTimer;
     // Raw volume access
     table.GetVolumeInformationW = vlx::GetVolumeInformationW;
     return table;

@@ -77,6 +77,26 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
                         DWORD flags);
 int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);
 HRESULT WINAPI TaskDialogIndirect(const TASKDIALOGCONFIG* config, int* button, int* radioButton, BOOL* verificationChecked);
+// WIM images: run-time libraries and folders (modules.cpp), timers (desktop/windows.cpp).
+UINT WINAPI GetSystemDirectoryW(LPWSTR buffer, UINT size);
+DWORD WINAPI GetTempPathW(DWORD length, LPWSTR buffer);
+HMODULE WINAPI LoadLibraryW(LPCWSTR path);
+HMODULE WINAPI GetModuleHandleW(LPCWSTR name);
+FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
+BOOL WINAPI FreeLibrary(HMODULE module);
+UINT_PTR WINAPI SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC timerProc);
+BOOL WINAPI KillTimer(HWND window, UINT_PTR id);
+
+// Shell archives and shortcuts: COM (shell/com.cpp), environment strings and the bounded append (shell/strings.cpp).
+HRESULT WINAPI CoInitialize(LPVOID reserved);
+void WINAPI CoUninitialize();
+HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID riid, LPVOID* object);
+BSTR WINAPI SysAllocString(const OLECHAR* text);
+void WINAPI SysFreeString(BSTR text);
+void WINAPI VariantInit(VARIANTARG* variant);
+HRESULT WINAPI VariantClear(VARIANTARG* variant);
+DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD capacity);
+errno_t WINAPI wcscat_s(WCHAR* destination, size_t capacity, const WCHAR* source);
 // Raw volume access (volumes/devices.cpp)
 BOOL WINAPI GetVolumeInformationW(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
                                   LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName, DWORD fileSystemNameSize);

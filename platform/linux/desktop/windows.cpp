@@ -1,6 +1,8 @@
 // Windows, window classes and messages on the emulated desktop.
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
+#include <optional>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -42,6 +44,17 @@ struct ThreadQueue {
     std::condition_variable arrived;
 };
 
+// A timer of SetTimer. Its WM_TIMER is made when the owning thread looks for a message and finds none,
+// once the period has passed; the next one is due a whole period after that, so they never pile up.
+struct Timer {
+    HWND window = nullptr;
+    UINT_PTR id = 0;
+    std::chrono::milliseconds period{USER_TIMER_MINIMUM};
+    std::chrono::steady_clock::time_point due;
+    TIMERPROC procedure = nullptr;
+    std::thread::id thread;
+};
+
 std::mutex g_lock;  // guards everything below; never held while a window procedure runs
 std::vector<WindowClassEntry>& Classes() {
     static std::vector<WindowClassEntry> classes;
@@ -49,6 +62,8 @@ std::vector<WindowClassEntry>& Classes() {
 }
 std::map<uintptr_t, std::shared_ptr<Window>> g_windows;
 std::map<std::thread::id, ThreadQueue> g_queues;
+std::vector<Timer> g_timers;
+UINT_PTR g_nextThreadTimer = 0x7FF0;  // ids of timers without a window, as Windows numbers them
 uintptr_t g_nextWindow = 0x10010;
 uint64_t g_nextOrder = 1;
 ATOM g_nextAtom = 0xC000;
@@ -86,6 +101,27 @@ bool TakeMessageLocked(ThreadQueue& queue, LPMSG msg, HWND window, UINT filterMi
         }
     }
     return false;
+}
+
+bool TakeTimerLocked(LPMSG msg, HWND window, UINT filterMin, UINT filterMax, bool remove) {
+    if (!MessageMatches(MSG{window, WM_TIMER, 0, 0, 0, {0, 0}}, window, filterMin, filterMax)) return false;
+    const auto now = std::chrono::steady_clock::now();
+    for (Timer& timer : g_timers) {
+        if (timer.thread != std::this_thread::get_id() || timer.due > now) continue;
+        if (window != nullptr && timer.window != window) continue;
+        *msg = MSG{timer.window, WM_TIMER, timer.id, reinterpret_cast<LPARAM>(timer.procedure), 0, {0, 0}};
+        if (remove) timer.due = now + timer.period;
+        return true;
+    }
+    return false;
+}
+
+std::optional<std::chrono::steady_clock::time_point> NextTimerLocked() {
+    std::optional<std::chrono::steady_clock::time_point> next;
+    for (const Timer& timer : g_timers) {
+        if (timer.thread == std::this_thread::get_id() && (!next || timer.due < *next)) next = timer.due;
+    }
+    return next;
 }
 
 }  // namespace
@@ -185,6 +221,8 @@ BOOL WINAPI DestroyWindow(HWND handle) {
     SendMessageW(handle, WM_NCDESTROY, 0, 0);
     std::lock_guard guard(g_lock);
     g_windows.erase(reinterpret_cast<uintptr_t>(handle));
+    g_timers.erase(std::remove_if(g_timers.begin(), g_timers.end(), [&](const Timer& timer) { return timer.window == handle; }),
+                   g_timers.end());
     // Messages still queued for the window are dropped with it.
     for (auto& [thread, queue] : g_queues) {
         auto& messages = queue.messages;
@@ -257,15 +295,23 @@ BOOL WINAPI PeekMessageW(LPMSG msg, HWND window, UINT filterMin, UINT filterMax,
     if (msg == nullptr) return FALSE;
     std::lock_guard guard(g_lock);
     auto it = g_queues.find(std::this_thread::get_id());
-    if (it == g_queues.end()) return FALSE;
-    return TakeMessageLocked(it->second, msg, window, filterMin, filterMax, (remove & PM_REMOVE) != 0) ? TRUE : FALSE;
+    const bool removing = (remove & PM_REMOVE) != 0;
+    if (it != g_queues.end() && TakeMessageLocked(it->second, msg, window, filterMin, filterMax, removing)) return TRUE;
+    return TakeTimerLocked(msg, window, filterMin, filterMax, removing) ? TRUE : FALSE;
 }
 
 BOOL WINAPI GetMessageW(LPMSG msg, HWND window, UINT filterMin, UINT filterMax) {
     if (msg == nullptr) return Fail(ERROR_INVALID_PARAMETER, -1);
     std::unique_lock guard(g_lock);
     ThreadQueue& queue = g_queues[std::this_thread::get_id()];
-    queue.arrived.wait(guard, [&] { return TakeMessageLocked(queue, msg, window, filterMin, filterMax, true); });
+    while (!TakeMessageLocked(queue, msg, window, filterMin, filterMax, true) &&
+           !TakeTimerLocked(msg, window, filterMin, filterMax, true)) {
+        if (auto next = NextTimerLocked()) {
+            queue.arrived.wait_until(guard, *next);
+        } else {
+            queue.arrived.wait(guard);
+        }
+    }
     return msg->message == WM_QUIT ? FALSE : TRUE;
 }
 
@@ -275,7 +321,15 @@ BOOL WINAPI TranslateMessage(const MSG* /*msg*/) {
 }
 
 LRESULT WINAPI DispatchMessageW(const MSG* msg) {
-    if (msg == nullptr || msg->hwnd == nullptr) return 0;
+    if (msg == nullptr) return 0;
+    // A timer with a procedure of its own calls it instead of the window's.
+    if (msg->message == WM_TIMER && msg->lParam != 0) {
+        const auto ticks = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now().time_since_epoch());
+        reinterpret_cast<TIMERPROC>(msg->lParam)(msg->hwnd, WM_TIMER, msg->wParam, static_cast<DWORD>(ticks.count()));
+        return 0;
+    }
+    if (msg->hwnd == nullptr) return 0;
     return SendMessageW(msg->hwnd, msg->message, msg->wParam, msg->lParam);
 }
 
@@ -284,6 +338,27 @@ void WINAPI PostQuitMessage(int exitCode) {
     ThreadQueue& queue = g_queues[std::this_thread::get_id()];
     queue.messages.push_back(MSG{nullptr, WM_QUIT, static_cast<WPARAM>(exitCode), 0, 0, {0, 0}});
     queue.arrived.notify_all();
+}
+
+UINT_PTR WINAPI SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC procedure) {
+    std::lock_guard guard(g_lock);
+    if (window != nullptr && !FindWindowLocked(window)) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<UINT_PTR>(0));
+    const std::chrono::milliseconds period(std::max<UINT>(elapse, USER_TIMER_MINIMUM));
+    if (window == nullptr) id = g_nextThreadTimer++;
+    auto same = std::find_if(g_timers.begin(), g_timers.end(),
+                             [&](const Timer& timer) { return window != nullptr && timer.window == window && timer.id == id; });
+    if (same == g_timers.end()) same = g_timers.insert(g_timers.end(), Timer{});
+    *same = Timer{window, id, period, std::chrono::steady_clock::now() + period, procedure, std::this_thread::get_id()};
+    return id == 0 ? 1 : id;
+}
+
+BOOL WINAPI KillTimer(HWND window, UINT_PTR id) {
+    std::lock_guard guard(g_lock);
+    auto found = std::find_if(g_timers.begin(), g_timers.end(),
+                              [&](const Timer& timer) { return timer.window == window && timer.id == id; });
+    if (found == g_timers.end()) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    g_timers.erase(found);
+    return TRUE;
 }
 
 BOOL WINAPI SetWindowTextW(HWND window, LPCWSTR text) {

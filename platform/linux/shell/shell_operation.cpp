@@ -14,10 +14,19 @@
 //   ERROR_INVALID_PARAMETER  no record, no from-list, no to-list for a copy, an empty list;
 //   ERROR_NOT_SUPPORTED   a function other than FO_COPY and FO_DELETE, or FOF_ALLOWUNDO (there is no
 //                         recycle bin to move to);
-//   any other Win32 code  the error of the first copy, folder creation or deletion that failed; the
-//                         operation stops there, as the shell does once its error message is closed.
+//   DE_ROOTDIR            a delete would take a volume's root folder;
+//   ERROR_SHARING_VIOLATION  a delete would take the current folder or a folder holding it (Windows keeps
+//                         the current folder open);
+//   any other Win32 code  the error of the first copy or folder creation that failed, where the copy
+//                         stops, as the shell does once its error message is closed; or of the first
+//                         entry a delete could not remove, which goes on with the others.
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "../core/internal.h"
@@ -220,34 +229,159 @@ int RunCopy(const ShellRun& run, const std::vector<WString>& from, PCZZWSTR toLi
     return 0;
 }
 
-// Deletes a file, or a folder with everything in it; a link to a folder goes alone, not what it leads to.
-int DeleteTree(const WString& path, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
-        std::vector<Item> children;
-        bool wildcard = false;
-        int code = 0;
-        if (!Expand(Join(path, _T("*")), false, children, wildcard, code)) return code;
-        for (const Item& child : children) {
-            DWORD childAttributes;
-            if (!Exists(child.path, childAttributes)) continue;
-            if (const int result = DeleteTree(child.path, childAttributes)) return result;
+// Deleting a tree works on folder descriptors, never on paths rebuilt from names: each entry is looked at
+// and removed relative to the open folder that holds it, a folder is entered only through a descriptor
+// opened without following links and checked to be the entry just looked at, and the climb back up is
+// checked against the folder it came from. So a name, a link or a rename during the deletion can never
+// lead it outside the named folder. Links (to folders or anywhere) are removed themselves, never followed.
+// The deletion stays on the file system of the named folder: a folder with another file system mounted on
+// it is not entered, and its removal fails (as the host refuses to remove a mount point). Entries that
+// cannot be deleted are left and the deletion goes on with the rest, so that what remains is exactly what
+// could not be deleted (with the folders holding it); the first failure's code is the result.
+class TreeDeletion {
+public:
+    int firstError = 0;
+
+    // Removes one entry of the folder dirFd: a folder with what is inside it, anything else alone.
+    void RemoveEntry(int dirFd, const std::string& name, const struct stat& status, dev_t device) {
+        if (S_ISDIR(status.st_mode) && status.st_dev == device) EmptyFolder(dirFd, name, status);
+        RemoveOne(dirFd, name, status);
+    }
+
+private:
+    struct Level {
+        dev_t device;
+        ino_t inode;
+        std::string name;                // in the folder above
+        std::vector<std::string> names;  // still to delete
+        size_t next = 0;
+    };
+
+    void Note(DWORD code) {
+        if (firstError == 0) firstError = static_cast<int>(code);
+    }
+
+    void RemoveOne(int dirFd, const std::string& name, const struct stat& status) {
+        // An entry another handle holds without sharing deletion stays, as Windows keeps it.
+        if (!CheckShare(status.st_dev, status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) {
+            Note(ERROR_SHARING_VIOLATION);
+            return;
+        }
+        if (unlinkat(dirFd, name.c_str(), S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0) != 0 && errno != ENOENT)
+            Note(errno == ENOTEMPTY || errno == EEXIST ? ERROR_DIR_NOT_EMPTY : Win32ErrorFromErrno(errno));
+    }
+
+    static std::vector<std::string> ListNames(int folderFd) {
+        std::vector<std::string> names;
+        DIR* dir = fdopendir(dup(folderFd));
+        if (dir == nullptr) return names;
+        while (dirent* entry = readdir(dir)) {
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name);
+        }
+        closedir(dir);
+        return names;
+    }
+
+    // Opens the folder name of dirFd as the entry status describes it; false when it is not that folder.
+    bool Enter(int dirFd, const std::string& name, const struct stat& status, HostFd& folder) {
+        folder.reset(openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        struct stat opened {};
+        if (!folder || fstat(folder.get(), &opened) != 0) {
+            Note(Win32ErrorFromErrno(errno));
+            return false;
+        }
+        if (opened.st_dev != status.st_dev || opened.st_ino != status.st_ino) {
+            Note(ERROR_ACCESS_DENIED);
+            return false;
+        }
+        // The shell deletes read-only entries too; on the host a folder needs write permission for that.
+        if ((opened.st_mode & S_IWUSR) == 0) fchmod(folder.get(), opened.st_mode | S_IWUSR);
+        return true;
+    }
+
+    // Deletes what is inside the folder name of dirFd. Depth-first with one folder open at a time, so
+    // that a tree of any depth needs two descriptors; going back up opens ".." and checks that it is
+    // the folder that was left.
+    void EmptyFolder(int dirFd, const std::string& name, const struct stat& status) {
+        HostFd current;
+        if (!Enter(dirFd, name, status, current)) return;
+        std::vector<Level> levels;
+        levels.push_back({status.st_dev, status.st_ino, name, ListNames(current.get())});
+        while (!levels.empty()) {
+            Level& level = levels.back();
+            if (level.next < level.names.size()) {
+                const std::string child = level.names[level.next++];
+                struct stat childStatus {};
+                if (fstatat(current.get(), child.c_str(), &childStatus, AT_SYMLINK_NOFOLLOW) != 0) {
+                    if (errno != ENOENT) Note(Win32ErrorFromErrno(errno));
+                    continue;
+                }
+                if (!S_ISDIR(childStatus.st_mode) || childStatus.st_dev != levels.front().device) {
+                    RemoveOne(current.get(), child, childStatus);
+                    continue;
+                }
+                HostFd inner;
+                if (!Enter(current.get(), child, childStatus, inner)) continue;
+                current.reset(inner.release());
+                levels.push_back({childStatus.st_dev, childStatus.st_ino, child, ListNames(current.get())});
+                continue;
+            }
+            // This level is as empty as it can be made: back up to its folder and remove it there.
+            const Level done = std::move(levels.back());
+            levels.pop_back();
+            if (levels.empty()) return;  // the named folder itself is removed by the caller
+            HostFd parent(openat(current.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            struct stat parentStatus {};
+            if (!parent || fstat(parent.get(), &parentStatus) != 0 || parentStatus.st_dev != levels.back().device ||
+                parentStatus.st_ino != levels.back().inode) {
+                // The tree was moved while it was deleted: stop rather than delete somewhere else.
+                Note(ERROR_ACCESS_DENIED);
+                return;
+            }
+            current.reset(parent.release());
+            struct stat doneStatus {};
+            if (fstatat(current.get(), done.name.c_str(), &doneStatus, AT_SYMLINK_NOFOLLOW) == 0 &&
+                doneStatus.st_ino == done.inode && doneStatus.st_dev == done.device)
+                RemoveOne(current.get(), done.name, doneStatus);
         }
     }
-    // The shell deletes read-only entries too, once the deletion is agreed.
-    if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
-    const BOOL removed = (attributes & FILE_ATTRIBUTE_DIRECTORY) ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str());
-    return removed ? 0 : static_cast<int>(LastError());
+};
+
+// Deletes one item of a delete operation: a file or a link alone, a folder with everything in it. A
+// volume's root and the current folder (or a folder holding it) are refused before anything is deleted.
+int DeleteItem(const WString& path) {
+    ResolvedPath resolved;
+    if (!Resolve(path.c_str(), resolved)) return static_cast<int>(LastError());
+    if (resolved.isRoot()) return DE_ROOTDIR;
+    if (!resolved.exists) return 0;  // gone since it was listed
+    if (IsSameOrBelow(CurrentDirectory(), resolved.win32Path())) return ERROR_SHARING_VIOLATION;
+    const std::string leaf = resolved.hostPath.substr(resolved.hostPath.find_last_of('/') + 1);
+    HostFd parent(open(resolved.hostParent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent) return static_cast<int>(Win32ErrorFromErrno(errno));
+    struct stat status {};
+    if (fstatat(parent.get(), leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? 0 : static_cast<int>(Win32ErrorFromErrno(errno));
+    TreeDeletion deletion;
+    deletion.RemoveEntry(parent.get(), leaf, status, status.st_dev);
+    return deletion.firstError;
 }
 
 int RunDelete(const ShellRun& run, const std::vector<WString>& from) {
     if (run.flags & FOF_ALLOWUNDO) return ERROR_NOT_SUPPORTED;
     std::vector<Item> items;
     for (const WString& entry : from) {
+        // A root is refused as it stands, before its wildcards could list the whole volume.
+        WString full;
+        if (FullWin32Path(entry.c_str(), full) && full.size() == 3) return DE_ROOTDIR;
         bool wildcard = false;
         int code = 0;
         if (!Expand(entry, (run.flags & FOF_FILESONLY) != 0, items, wildcard, code)) return code;
     }
     if (items.empty()) return 0;
+    for (const Item& item : items) {
+        WString full;
+        if (FullWin32Path(item.path.c_str(), full) && full.size() == 3) return DE_ROOTDIR;
+    }
     if (run.confirm()) {
         DialogRequest request;
         request.kind = DialogKind::ShellDelete;
@@ -256,12 +390,12 @@ int RunDelete(const ShellRun& run, const std::vector<WString>& from) {
         request.itemCount = items.size();
         if (AskDialog(request) != IDYES) return ERROR_CANCELLED;
     }
+    int firstError = 0;
     for (const Item& item : items) {
-        DWORD attributes;
-        if (!Exists(item.path, attributes)) continue;
-        if (const int result = DeleteTree(item.path, attributes)) return result;
+        const int result = DeleteItem(item.path);
+        if (firstError == 0) firstError = result;
     }
-    return 0;
+    return firstError;
 }
 
 }  // namespace

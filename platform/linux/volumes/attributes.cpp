@@ -16,11 +16,16 @@ namespace {
 
 constexpr const char* kDosAttributeName = "user.DOSATTRIB";
 constexpr DWORD kStoredBits = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+// A folder's read-only bit is stored too: Windows does not stop anything being made in a read-only
+// folder, so it must not take the folder's write permission away.
+constexpr DWORD kStoredFolderBits = kStoredBits | FILE_ATTRIBUTE_READONLY;
 constexpr LONGLONG kTicksAt1970 = 116444736000000000;
 constexpr LONGLONG kTicksPerSecond = 10000000;
 
-// The stored bits, or -1 when the entry has none stored.
-long ReadStoredBits(const std::string& hostPath) {
+DWORD StoredBitsFor(bool isFolder) { return isFolder ? kStoredFolderBits : kStoredBits; }
+
+// The raw stored word, or -1 when the entry has none stored.
+long ReadStoredWord(const std::string& hostPath) {
     char text[64] = {};
     const ssize_t length = lgetxattr(hostPath.c_str(), kDosAttributeName, text, sizeof text - 1);
     if (length <= 0) return -1;
@@ -28,7 +33,28 @@ long ReadStoredBits(const std::string& hostPath) {
     char* end = nullptr;
     const unsigned long value = std::strtoul(text, &end, 0);
     if (end == text) return -1;
-    return static_cast<long>(value & kStoredBits);
+    return static_cast<long>(value & kStoredFolderBits);
+}
+
+// What an entry with nothing stored reads as: a file nobody marked is new, to be backed up.
+DWORD ImpliedStoredBits(bool isFolder) { return isFolder ? 0 : FILE_ATTRIBUTE_ARCHIVE; }
+
+bool IsFolderEntry(const std::string& hostPath, const struct stat& status) {
+    if (S_ISDIR(status.st_mode)) return true;
+    struct stat target {};
+    return S_ISLNK(status.st_mode) && stat(hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
+}
+
+bool WriteStoredWord(const std::string& hostPath, DWORD word) {
+    char text[32];
+    const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(word));
+    return lsetxattr(hostPath.c_str(), kDosAttributeName, text, static_cast<size_t>(length), 0) == 0;
+}
+
+// Puts the stored word back as it was before a failed change: the old text, or none at all.
+void RestoreStoredWord(const std::string& hostPath, long previous) {
+    if (previous < 0) lremovexattr(hostPath.c_str(), kDosAttributeName);
+    else WriteStoredWord(hostPath, static_cast<DWORD>(previous));
 }
 
 }  // namespace
@@ -55,35 +81,57 @@ struct timespec TimespecFromFileTime(const FILETIME& time) {
 }
 
 DWORD HostAttributes(const std::string& hostPath, const struct stat& status, bool isVolumeRoot) {
+    const bool isLink = S_ISLNK(status.st_mode);
+    const bool isFolder = IsFolderEntry(hostPath, status);
     DWORD attributes = 0;
-    bool isFolder = S_ISDIR(status.st_mode);
-    if (S_ISLNK(status.st_mode)) {
-        // A link appears as a reparse point; one that leads to a folder is a folder, as a junction is.
-        attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-        struct stat target {};
-        isFolder = stat(hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
-    }
+    // A link appears as a reparse point; one that leads to a folder is a folder, as a junction is.
+    if (isLink) attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
     if (isFolder) attributes |= FILE_ATTRIBUTE_DIRECTORY;
-    if (!S_ISLNK(status.st_mode) && (status.st_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
-    const long stored = ReadStoredBits(hostPath);
-    if (stored >= 0) attributes |= static_cast<DWORD>(stored);
-    else if (!isFolder) attributes |= FILE_ATTRIBUTE_ARCHIVE;  // a file nobody marked is new: to be backed up
+    // A folder nobody may write into reads as read-only, whatever is stored; a link has no permissions.
+    if (!isLink && (status.st_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
+    const long stored = ReadStoredWord(hostPath);
+    attributes |= stored >= 0 ? static_cast<DWORD>(stored) & StoredBitsFor(isFolder) : ImpliedStoredBits(isFolder);
     if (isVolumeRoot) attributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;  // as NTFS roots report
     return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
 }
 
+// Either the whole word is written or nothing changes. The user.DOSATTRIB write needs the entry to be
+// writable by its owner, so an entry that is not is made writable for the write and the permission
+// put back after it; each later step that fails undoes the earlier ones. Links carry no permissions
+// and no user attributes on Linux, so a link keeps what it reads as and any other word is refused.
 bool WriteHostAttributes(const std::string& hostPath, const struct stat& status, DWORD attributes) {
-    if (!S_ISLNK(status.st_mode)) {
-        const mode_t mode = (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? (status.st_mode & ~S_IWUSR) : (status.st_mode | S_IWUSR);
-        if ((mode & 07777) != (status.st_mode & 07777) && chmod(hostPath.c_str(), mode & 07777) != 0)
-            return Fail(Win32ErrorFromErrno(errno), false);
+    const bool isFolder = IsFolderEntry(hostPath, status);
+    const DWORD storedMask = StoredBitsFor(isFolder);
+    const long previous = ReadStoredWord(hostPath);
+    const DWORD current = previous >= 0 ? static_cast<DWORD>(previous) & storedMask : ImpliedStoredBits(isFolder);
+    const DWORD wanted = attributes & storedMask;
+    const bool storeChanges = wanted != current;
+
+    if (S_ISLNK(status.st_mode)) {
+        const bool asksReadOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+        if (storeChanges || asksReadOnly) return Fail(ERROR_NOT_SUPPORTED, false);
+        return true;
     }
-    char text[32];
-    const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(attributes & kStoredBits));
-    if (lsetxattr(hostPath.c_str(), kDosAttributeName, text, static_cast<size_t>(length), 0) != 0) {
-        // Links cannot carry user attributes; what is asked for them beyond read-only is dropped.
-        if (S_ISLNK(status.st_mode)) return true;
-        return Fail(Win32ErrorFromErrno(errno), false);
+
+    const mode_t before = status.st_mode & 07777;
+    mode_t after = before;
+    const bool readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (!readOnly) after |= S_IWUSR;                 // a writable entry, file or folder, is not read-only
+    else if (!isFolder) after &= static_cast<mode_t>(~S_IWUSR);  // a folder keeps its write permission
+    const bool needsWritable = storeChanges && (before & S_IWUSR) == 0;
+
+    if (needsWritable && chmod(hostPath.c_str(), before | S_IWUSR) != 0) return Fail(Win32ErrorFromErrno(errno), false);
+    if (storeChanges && !WriteStoredWord(hostPath, wanted)) {
+        const int error = errno;
+        if (needsWritable) chmod(hostPath.c_str(), before);
+        return Fail(Win32ErrorFromErrno(error), false);
+    }
+    const mode_t nowMode = needsWritable ? (before | S_IWUSR) : before;
+    if (after != nowMode && chmod(hostPath.c_str(), after) != 0) {
+        const int error = errno;
+        if (storeChanges) RestoreStoredWord(hostPath, previous);
+        if (nowMode != before) chmod(hostPath.c_str(), before);
+        return Fail(Win32ErrorFromErrno(error), false);
     }
     return true;
 }

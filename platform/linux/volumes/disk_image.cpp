@@ -13,8 +13,6 @@
 
 namespace vlx {
 
-VolumeOpener g_openNtfsVolume = nullptr;
-
 ImageFile::~ImageFile() {
     if (fd_ >= 0) close(fd_);
 }
@@ -171,16 +169,13 @@ PartitionTable ReadPartitionTable(int fd, ULONGLONG size, DWORD sectorSize) {
     return table;
 }
 
-// The engine for the file system in the volume's bytes, if we know it.
-void OpenEngine(ImageVolume& volume, const std::shared_ptr<VolumeBytes>& bytes) {
+// The engine for the file system in the volume's bytes, if we know it. A damaged file system of a kind
+// we know leaves the volume RAW, as Windows shows it.
+void OpenEngine(ImageVolume& volume, const AttachedDisk& disk, const std::shared_ptr<VolumeBytes>& bytes) {
     BYTE first[kSmallSector] = {};
     if (!bytes->Read(0, first, sizeof first)) return;
     if (std::memcmp(first + 3, "NTFS    ", 8) == 0) {
-        if (g_openNtfsVolume == nullptr) {
-            volume.engine = std::make_unique<NamedVolume>(_T("NTFS"));
-        } else {
-            volume.engine = g_openNtfsVolume(bytes, volume.placement);
-        }
+        volume.engine = OpenNtfsVolume(disk.imagePath, volume.placement, disk.readOnly);
     } else if (std::memcmp(first + 3, "EXFAT   ", 8) == 0) {
         volume.engine = std::make_unique<NamedVolume>(_T("exFAT"));
     } else {
@@ -248,7 +243,7 @@ int AttachDiskImage(const std::string& imagePath, const DiskAttachOptions& optio
             const WCHAR letter = options.letters[letterIndex++];
             if (letter != '-') volume->letter = (letter >= 'a' && letter <= 'z') ? static_cast<WCHAR>(letter - 'a' + 'A') : letter;
         }
-        OpenEngine(*volume, std::make_shared<VolumeBytes>(disk->image, partition.offset, partition.length));
+        OpenEngine(*volume, *disk, std::make_shared<VolumeBytes>(disk->image, partition.offset, partition.length));
         disk->volumes.push_back(std::move(volume));
     }
     if (!RegisterDisk(disk, error)) return -1;

@@ -8,9 +8,6 @@
 #include "../core/table.h"
 #include "volume.h"
 
-#ifndef ERROR_FILE_CORRUPT
-#define ERROR_FILE_CORRUPT 1392L
-#endif
 
 namespace vlx {
 

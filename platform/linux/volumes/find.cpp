@@ -8,6 +8,7 @@
 
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "host_names.h"
 #include "image_calls.h"
 
 namespace vlx {
@@ -104,7 +105,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         while (dirent* entry = readdir(dir)) {
             const std::string hostName = entry->d_name;
             if (hostName == "." || hostName == "..") continue;
-            const WString name = WStrFromUtf8(hostName);
+            const WString name = WindowsNameOfHost(hostName);
             if (MatchesPattern(namePattern, name)) listed.push_back({name, JoinHost(folder, hostName), false});
         }
         closedir(dir);
@@ -162,7 +163,7 @@ void CollectNames(const std::string& folder, const WString& relative, dev_t devi
         const std::string hostPath = JoinHost(folder, hostName);
         struct stat status {};
         if (lstat(hostPath.c_str(), &status) != 0 || status.st_dev != device) continue;
-        const WString name = relative + _T("\\") + WStrFromUtf8(hostName);
+        const WString name = relative + _T("\\") + WindowsNameOfHost(hostName);
         if (S_ISDIR(status.st_mode)) CollectNames(hostPath, name, device, inode, wanted, names, depth + 1);
         else if (status.st_ino == inode && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
     }

@@ -15,6 +15,7 @@
 #include <unordered_set>
 
 #include "../core/internal.h"
+#include "host_names.h"
 
 namespace vlx {
 
@@ -74,7 +75,7 @@ public:
             return true;
         }
         for (const std::string& other : listing->others) {
-            if (NamesEqualNoCase(WStrFromUtf8(other), name)) {
+            if (NamesEqualNoCase(WindowsNameOfHost(other), name)) {
                 found = other;
                 break;
             }
@@ -181,7 +182,7 @@ std::string ScanFolder(const std::string& folder, const std::string& exact, cons
         const char* hostName = entry->d_name;
         if (std::strcmp(hostName, ".") == 0 || std::strcmp(hostName, "..") == 0) continue;
         const bool same = ascii ? std::strlen(hostName) == exact.size() && strcasecmp(hostName, exact.c_str()) == 0
-                                : NamesEqualNoCase(WStrFromUtf8(hostName), name);
+                                : NamesEqualNoCase(WindowsNameOfHost(hostName), name);
         if (same) {
             found = hostName;
             break;

@@ -150,11 +150,10 @@ private:
     ULONGLONG length_;
 };
 
-// The file-system engines behind image volumes. Each tries the bytes and gives null when they do not hold
-// its file system; a damaged file system of its kind gives null with ERROR_UNRECOGNIZED_VOLUME.
+// The file-system engines behind image volumes. Each gives null with the last error set when the bytes do
+// not hold its file system (ERROR_UNRECOGNIZED_VOLUME) or hold a damaged one.
 std::unique_ptr<Volume> OpenFatVolume(std::shared_ptr<VolumeBytes> bytes, const VolumePlacement& placement);
-// Set by the NTFS engine's adapter; null until one is linked in.
-using VolumeOpener = std::unique_ptr<Volume> (*)(std::shared_ptr<VolumeBytes> bytes, const VolumePlacement& placement);
-extern VolumeOpener g_openNtfsVolume;
+// The NTFS engine opens the image itself, at the volume's place in it.
+std::unique_ptr<Volume> OpenNtfsVolume(const std::string& imagePath, const VolumePlacement& placement, bool readOnly);
 
 }  // namespace vlx

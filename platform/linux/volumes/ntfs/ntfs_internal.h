@@ -1,0 +1,133 @@
+// What the NTFS engine's sources share: the attached volume's state, the cache of loaded records with
+// their holders counted, the engine's one lock, and the helpers that read records in Win32 units.
+// Include ntfs3g.h before this (it must come before win32.h).
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "ntfs_engine.h"
+
+namespace vlx::ntfs {
+
+// libntfs-3g keeps no lock of its own, and some of its state is not per volume: every call of the engine
+// holds this one lock for its whole length.
+std::recursive_mutex& EngineLock();
+
+// The partition inside the image file, as libntfs-3g's device operations see it.
+struct ImageDevice {
+    std::string imagePath;
+    int fd = -1;
+    ULONGLONG offset = 0;  // first byte of the file system in the image
+    ULONGLONG length = 0;  // bytes of the file system; nothing past it is read or written
+    LONGLONG position = 0;
+    bool written = false;
+};
+
+// One loaded record. Nothing else in the engine calls ntfs_inode_open, so one record has one inode
+// object however many files, listings and lookups hold it at once.
+struct Node {
+    u64 record = 0;
+    ntfs_inode* ni = nullptr;  // null only when a folder could not be reloaded after a removal in it
+    ntfs_attr* data = nullptr;  // the unnamed data stream, opened on first use and shared by every holder
+    int holders = 0;
+    bool borrowed = false;      // one of the records the mounted volume keeps loaded itself: never closed here
+};
+
+struct VolumeState {
+    ntfs_volume* vol = nullptr;
+    ImageDevice device;
+    bool readOnly = true;
+    std::unordered_map<u64, std::unique_ptr<Node>> nodes;  // by record number
+    // Per folder record: the folded long names of its entries, built when a name is not found as typed
+    // and dropped whenever the folder changes.
+    std::unordered_map<u64, std::unordered_map<std::u16string, std::pair<u64, std::u16string>>> folded;
+};
+
+// A counted hold on a loaded record, released when it goes out of scope.
+class NodeRef {
+public:
+    NodeRef() = default;
+    NodeRef(VolumeState* state, Node* node) : state_(state), node_(node) {}
+    NodeRef(NodeRef&& other) noexcept : state_(other.state_), node_(other.node_) { other.node_ = nullptr; }
+    NodeRef& operator=(NodeRef&& other) noexcept;
+    NodeRef(const NodeRef&) = delete;
+    NodeRef& operator=(const NodeRef&) = delete;
+    ~NodeRef() { reset(); }
+
+    void reset();
+    Node* release() {
+        Node* node = node_;
+        node_ = nullptr;
+        return node;
+    }
+    explicit operator bool() const { return node_ != nullptr; }
+    Node* get() const { return node_; }
+    ntfs_inode* ni() const { return node_->ni; }
+
+private:
+    VolumeState* state_ = nullptr;
+    Node* node_ = nullptr;
+};
+
+// Loads (or finds loaded) the record of a reference. A non-zero sequence number must match the record's.
+DWORD AcquireNode(VolumeState& state, u64 reference, NodeRef& out);
+// Lets go of one hold; the record is written back and unloaded with its last holder.
+void ReleaseNode(VolumeState& state, Node* node);
+// Takes a record out of the cache without closing it, for the libntfs-3g calls that close it themselves.
+// False when someone else still holds it.
+bool DetachNode(VolumeState& state, Node* node);
+// Opens the unnamed data stream of a held record once; the last libntfs-3g error becomes the result.
+DWORD OpenData(Node& node);
+
+DWORD ErrorFromErrno(int error);
+bool IsFolder(const ntfs_inode* ni);
+u64 ReferenceOf(const ntfs_inode* ni);
+DWORD AttributesOf(const ntfs_inode* ni);
+// Volume-relative path of a reference through each record's first long name ("\\" for the root).
+DWORD PathOf(VolumeState& state, u64 fileReference, WString& path);
+// Fills everything but the name.
+void FillInfo(Node& node, EntryInfo& info);
+
+// An attribute search over one record (and its extents), closed on scope exit.
+class SearchContext {
+public:
+    explicit SearchContext(ntfs_inode* ni) : ctx_(ntfs_attr_get_search_ctx(ni, nullptr)) {}
+    ~SearchContext() {
+        if (ctx_) ntfs_attr_put_search_ctx(ctx_);
+    }
+    SearchContext(const SearchContext&) = delete;
+    SearchContext& operator=(const SearchContext&) = delete;
+    ntfs_attr_search_ctx* get() const { return ctx_; }
+    // The next attribute of a type, or null.
+    ATTR_RECORD* Next(ATTR_TYPES type);
+
+private:
+    ntfs_attr_search_ctx* ctx_;
+};
+
+// Calls visit for every FILE_NAME attribute of a record until it returns false.
+template <class Visit>
+void ForEachFileName(ntfs_inode* ni, Visit visit) {
+    SearchContext search(ni);
+    if (!search.get()) return;
+    while (ATTR_RECORD* attr = search.Next(AT_FILE_NAME)) {
+        const auto* name = reinterpret_cast<const FILE_NAME_ATTR*>(reinterpret_cast<const u8*>(attr) +
+                                                                   le16_to_cpu(attr->value_offset));
+        if (!visit(*name)) break;
+    }
+}
+
+inline WString NameOf(const FILE_NAME_ATTR& name) {
+    WString text(name.file_name_length, u'\0');
+    std::memcpy(text.data(), reinterpret_cast<const u8*>(&name) + offsetof(FILE_NAME_ATTR, file_name),
+                text.size() * sizeof(WCHAR));
+    return text;
+}
+// The on-disk flag word from Win32 attribute bits (the same bits).
+inline FILE_ATTR_FLAGS FlagsOf(DWORD attributes) { return static_cast<FILE_ATTR_FLAGS>(cpu_to_le32(attributes)); }
+
+}  // namespace vlx::ntfs
