@@ -68,15 +68,15 @@ echo "Raw volume access: a 100 MiB disk image with an NTFS partition (E:) and a 
 disk="$work/disk.img"
 truncate -s 100M "$disk"
 printf 'o\nn\np\n1\n2048\n+48M\nn\np\n2\n\n+48M\nw\n' | fdisk -b 512 "$disk" >/dev/null
-truncate -s 48M "$work/ntfs.part" && mkntfs -F -Q -q -p 2048 -H 255 -S 63 "$work/ntfs.part"
+truncate -s 48M "$work/ntfs.part" && mkntfs -F -Q -q -p 2048 -H 255 -S 63 "$work/ntfs.part" 2>/dev/null
 dd if="$work/ntfs.part" of="$disk" bs=1M seek=1 conv=notrunc,sparse status=none && rm -f "$work/ntfs.part"
-mkfs.fat -F 32 -s 1 -n VELMORA --offset=100352 "$disk" 49152 >/dev/null
+mkfs.fat -F 32 -s 1 -n VELMORA --offset=100352 "$disk" 49152 >/dev/null 2>&1
 head -c 200000 /dev/urandom > "$work/sample.bin"
 MTOOLS_SKIP_CHECK=1 mcopy -i "$disk@@51380224" "$work/sample.bin" ::/sample.bin
-show --map "D=$work/data" --disk "$disk:EF" copy 'D:\pics\photo.jpg' 'E:\'
-show --disk "$disk:EF" stat 'E:\photo.jpg'
-show --disk "$disk:EF" attrib 'E:\photo.jpg' +C
-for file in 'F:\sample.bin' 'E:\photo.jpg'; do
+show --map "D=$work/data" --disk "$disk:EF" copy 'D:\pics' 'E:\pics'
+show --disk "$disk:EF" stat 'E:\pics\movie.bin'
+show --disk "$disk:EF" attrib 'E:\pics\photo.jpg' +C
+for file in 'F:\sample.bin' 'E:\pics\movie.bin' 'E:\pics\photo.jpg'; do
   show --disk "$disk:EF" sectors "$file"
 done
 echo

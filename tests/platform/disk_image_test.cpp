@@ -349,4 +349,32 @@ TEST_F(DiskImages, BrokenImagesAttachOrFailCleanly) {
     }
 }
 
+TEST_F(DiskImages, NtfsVolumesServeFilesFoldersAndHardLinks) {
+    MakeDiskImage(Image("disk.img"), 512, "gpt", 40, {{"ntfs", 32}});
+    AttachedImage disk(Image("disk.img"), "N");
+    ASSERT_GE(disk.Number(), 0) << disk.Error();
+    ASSERT_TRUE(sys().CreateDirectoryW(_T("N:\\Docs"), nullptr));
+    const std::string content = PatternBytes(100000, 7);
+    {
+        UniqueHandle file(sys().CreateFileW(_T("N:\\Docs\\Report.txt"), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                            FILE_ATTRIBUTE_NORMAL, nullptr));
+        ASSERT_TRUE(file) << sys().GetLastError();
+        DWORD written = 0;
+        ASSERT_TRUE(sys().WriteFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
+        // A file-system control the engine does not know fails as on a volume without it.
+        DWORD returned = 0;
+        sys().SetLastError(kJunkError);
+        EXPECT_FALSE(sys().DeviceIoControl(file.get(), FSCTL_GET_NTFS_VOLUME_DATA, nullptr, 0, nullptr, 0, &returned, nullptr));
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_FUNCTION));
+    }
+    ASSERT_TRUE(sys().CreateHardLinkW(_T("N:\\Docs\\Second.txt"), _T("N:\\Docs\\Report.txt"), nullptr)) << sys().GetLastError();
+    EXPECT_EQ(GetFileIsHardlink(_T("N:\\Docs\\report.txt"), nullptr), 2);
+    EXPECT_TRUE(sys().DeleteFileW(_T("N:\\Docs\\Second.txt")));
+    EXPECT_EQ(List(_T("N:\\Docs\\*")), (std::vector<std::string>{".\\", "..\\", "Report.txt 100000"}));
+    EXPECT_EQ(ReadWhole(_T("N:\\Docs\\report.txt")), content);
+    EXPECT_TRUE(sys().DeleteFileW(_T("N:\\Docs\\Report.txt")));
+    EXPECT_TRUE(sys().RemoveDirectoryW(_T("N:\\Docs")));
+    EXPECT_EQ(List(_T("N:\\*")), (std::vector<std::string>{"error " + std::to_string(ERROR_FILE_NOT_FOUND)}));
+}
+
 }  // namespace

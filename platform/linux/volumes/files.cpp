@@ -354,6 +354,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
 }
 
 BOOL WINAPI CreateHardLinkW(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES /*security*/) {
+    if (auto answer = ImageCreateHardLink(newName, existing)) return *answer;
     ResolvedPath target;
     if (!Resolve(existing, target)) return FALSE;
     if (!target.exists) return Fail(MissingError(target), FALSE);

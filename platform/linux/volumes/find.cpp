@@ -186,6 +186,7 @@ bool CopyLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
 }  // namespace
 
 HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+    if (auto answer = ImageFindFirstFileName(path, flags, length, name)) return *answer;
     if (flags != 0 || length == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
@@ -207,6 +208,7 @@ HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWST
 }
 
 BOOL WINAPI FindNextFileNameW(HANDLE handle, LPDWORD length, PWSTR name) {
+    if (auto answer = ImageFindNextFileName(handle, length, name)) return *answer;
     auto find = LookupHandleAs<FileNameFindObject>(handle);
     if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);

@@ -30,5 +30,10 @@ std::optional<BOOL> ImageCreateDirectory(LPCWSTR path);
 std::optional<BOOL> ImageRemoveDirectory(LPCWSTR path);
 std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
 std::optional<BOOL> ImageFindNextFile(HANDLE find, LPWIN32_FIND_DATAW data);
+std::optional<BOOL> ImageCreateHardLink(LPCWSTR newName, LPCWSTR existing);
+std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name);
+std::optional<BOOL> ImageFindNextFileName(HANDLE find, LPDWORD length, PWSTR name);
+std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                                  DWORD flags);
 
 }  // namespace vlx

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "../core/scoped_handle.h"
 #include "../core/table.h"
 #include "device_object.h"
 #include "image_calls.h"
@@ -11,6 +12,27 @@
 namespace vlx {
 
 namespace {
+
+class ImageNameFindObject : public KernelObject {
+public:
+    bool IsSearch() const override { return true; }
+    std::mutex lock;
+    std::vector<WString> names;
+    size_t next = 0;
+};
+
+// As FindFirstFileNameW hands a name out: the length goes in as the buffer's size and comes out as the
+// name's size with its terminator, with ERROR_MORE_DATA when it does not fit.
+bool GiveLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
+    const DWORD needed = static_cast<DWORD>(name.size() + 1);
+    const bool fits = buffer != nullptr && *length >= needed;
+    if (fits) {
+        name.copy(buffer, name.size());
+        buffer[name.size()] = 0;
+    }
+    *length = needed;
+    return fits ? true : Fail(ERROR_MORE_DATA, false);
+}
 
 class ImageFindObject : public KernelObject {
 public:
@@ -341,6 +363,96 @@ std::optional<BOOL> ImageFindNextFile(HANDLE handle, LPWIN32_FIND_DATAW data) {
     std::lock_guard lock(find->lock);
     if (find->next >= find->entries.size()) return Fail(ERROR_NO_MORE_FILES, FALSE);
     *data = find->entries[find->next++];
+    return TRUE;
+}
+
+std::optional<BOOL> ImageCreateHardLink(LPCWSTR newName, LPCWSTR existing) {
+    Target from = Reach(existing);
+    Target to = Reach(newName);
+    if (!from.path.volume && !to.path.volume) return std::nullopt;
+    if (!from.usable || !to.usable) return FALSE;
+    // A hard link never leaves its volume.
+    if (from.path.volume != to.path.volume) return Fail(ERROR_NOT_SAME_DEVICE, FALSE);
+    std::lock_guard lock(from.path.volume->engineLock);
+    return from.path.volume->engine->CreateHardLink(to.path.components, from.path.components) ? TRUE : FALSE;
+}
+
+std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+    Target target = Reach(path);
+    if (!target.path.volume) return std::nullopt;
+    if (!target.usable) return INVALID_HANDLE_VALUE;
+    if (length == nullptr || flags != 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    auto find = std::make_shared<ImageNameFindObject>();
+    {
+        std::lock_guard lock(target.path.volume->engineLock);
+        if (!target.path.volume->engine->LinkNames(target.path.components, find->names)) return INVALID_HANDLE_VALUE;
+    }
+    if (find->names.empty()) return Fail(ERROR_HANDLE_EOF, INVALID_HANDLE_VALUE);
+    if (!GiveLinkName(find->names[0], length, name)) return INVALID_HANDLE_VALUE;
+    find->next = 1;
+    return InsertHandle(std::move(find));
+}
+
+std::optional<BOOL> ImageFindNextFileName(HANDLE handle, LPDWORD length, PWSTR name) {
+    auto find = LookupHandleAs<ImageNameFindObject>(handle);
+    if (!find) return std::nullopt;
+    if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    std::lock_guard lock(find->lock);
+    if (find->next >= find->names.size()) return Fail(ERROR_HANDLE_EOF, FALSE);
+    if (!GiveLinkName(find->names[find->next], length, name)) return FALSE;
+    ++find->next;
+    return TRUE;
+}
+
+std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                                  DWORD flags) {
+    if (existing == nullptr || newName == nullptr) return std::nullopt;
+    if (!ResolveImagePath(existing).volume && !ResolveImagePath(newName).volume) return std::nullopt;
+    // At least one end is on an image volume: the copy goes through the file calls, which reach either
+    // kind of volume, with the same progress, cancel and clean-up as between host folders.
+    auto cancelled = [&] { return cancel != nullptr && *cancel != FALSE; };
+    if (cancelled()) return Fail(ERROR_REQUEST_ABORTED, FALSE);
+    ScopedHandle source(CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!source) return FALSE;
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!GetFileInformationByHandle(source.get(), &info)) return FALSE;
+    const DWORD carried = info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, 0, nullptr,
+                                    (flags & COPY_FILE_FAIL_IF_EXISTS) ? CREATE_NEW : CREATE_ALWAYS, carried, nullptr));
+    if (!target) return FALSE;
+    auto abandon = [&](DWORD error) {
+        target.reset();
+        DeleteFileW(newName);
+        return Fail(error, FALSE);
+    };
+    LARGE_INTEGER total{}, done{};
+    total.QuadPart = static_cast<LONGLONG>((static_cast<ULONGLONG>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
+    bool quiet = progress == nullptr;
+    auto report = [&](DWORD reason) {
+        if (quiet) return true;
+        const DWORD answer = progress(total, done, total, done, 1, reason, source.get(), target.get(), data);
+        if (answer == PROGRESS_QUIET) quiet = true;
+        return answer != PROGRESS_CANCEL && answer != PROGRESS_STOP;
+    };
+    if (!report(CALLBACK_STREAM_SWITCH)) return abandon(ERROR_REQUEST_ABORTED);
+    std::vector<char> buffer(1 << 20);
+    for (;;) {
+        if (cancelled()) return abandon(ERROR_REQUEST_ABORTED);
+        DWORD read = 0, written = 0;
+        if (!ReadFile(source.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr)) return abandon(LastError());
+        if (read == 0) break;
+        if (!WriteFile(target.get(), buffer.data(), read, &written, nullptr)) return abandon(LastError());
+        done.QuadPart += read;
+        if (!report(CALLBACK_CHUNK_FINISHED)) return abandon(ERROR_REQUEST_ABORTED);
+    }
+    SetFileTime(target.get(), nullptr, nullptr, &info.ftLastWriteTime);
+    target.reset();
+    source.reset();
+    const DWORD wanted = info.dwFileAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                                                  FILE_ATTRIBUTE_ARCHIVE);
+    if (!SetFileAttributesW(newName, wanted == 0 ? FILE_ATTRIBUTE_NORMAL : wanted)) return FALSE;
+    SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }
 
