@@ -35,4 +35,19 @@ std::string Printable(LPCWSTR text);
 int Fail(const Command& command, const std::string& message, int code = kExitFailed);
 int UsageError(const Command& command, const std::string& message);
 
+// The disk images of --disk options, attached for the length of a run.
+class AttachedDisks {
+public:
+    AttachedDisks() = default;
+    ~AttachedDisks();
+    AttachedDisks(const AttachedDisks&) = delete;
+    AttachedDisks& operator=(const AttachedDisks&) = delete;
+    // Takes every "--disk IMAGE[:LETTERS]" out of args and attaches it; false (with a message printed)
+    // when an image cannot be attached.
+    bool TakeOptions(std::vector<std::string>& args);
+
+private:
+    std::vector<int> numbers_;
+};
+
 }  // namespace cli

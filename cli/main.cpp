@@ -25,6 +25,7 @@ void PrintHelp() {
         "\n"
         "options:\n"
         "  --map X=DIR   make drive X: the host folder DIR\n"
+        "  --disk IMAGE[:LETTERS]  attach a disk image; its volumes get the letters in order ('-' skips one)\n"
         "  --help        show this text; COMMAND --help shows a command's own\n"
         "\n"
         "commands:\n");
@@ -68,6 +69,10 @@ int UsageError(const Command& command, const std::string& message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
+    // --disk IMAGE[:LETTERS] may stand anywhere, so that it can follow any command; its images stay
+    // attached for the run and are detached (and so flushed) at the end.
+    cli::AttachedDisks disks;
+    if (!disks.TakeOptions(args)) return cli::kExitUsage;
     size_t at = 0;
     for (; at < args.size(); ++at) {
         const std::string& arg = args[at];

@@ -228,6 +228,12 @@ struct Win32Api {
     BOOL(WINAPI* GetVolumeNameForVolumeMountPointW)(LPCWSTR mountPoint, LPWSTR volumeName, DWORD length);
     BOOL(WINAPI* DeleteVolumeMountPointW)(LPCWSTR mountPoint);
     BOOL(WINAPI* SetVolumeMountPointW)(LPCWSTR mountPoint, LPCWSTR volumeName);
+    // --- Raw volume access: volume information. GetVolumeInformationW takes a root ("E:\\") and gives the
+    // file-system name as Windows spells it (NTFS, FAT32, FAT, exFAT); any buffer may be null. A name that
+    // does not fit its buffer fails with ERROR_BAD_LENGTH; a letter with no volume with ERROR_PATH_NOT_FOUND.
+    BOOL(WINAPI* GetVolumeInformationW)(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
+                                        LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName,
+                                        DWORD fileSystemNameSize);
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

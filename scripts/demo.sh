@@ -102,3 +102,26 @@ echo
 echo "A shortcut whose target comes from %ProgramFiles%, expanded; its arguments stay as stored"
 cp "$(dirname "$0")/../tests/data/lnk/e_handmade_expsz.lnk" "$work/e/tool.lnk"
 ProgramFiles='C:\Program Files' show --map "E=$work/e" shortcut 'E:\tool.lnk'
+# ---- Raw volume access: a disk image with an NTFS and a FAT32 partition, made by fdisk, mkntfs and
+# mkfs.fat; a file's sectors located through the library and proved by reading them back from the image.
+echo
+echo "Raw volume access: a 100 MiB disk image with an NTFS partition (E:) and a FAT32 partition (F:)"
+disk="$work/disk.img"
+truncate -s 100M "$disk"
+printf 'o\nn\np\n1\n2048\n+48M\nn\np\n2\n\n+48M\nw\n' | fdisk -b 512 "$disk" >/dev/null
+truncate -s 48M "$work/ntfs.part" && mkntfs -F -Q -q -p 2048 -H 255 -S 63 "$work/ntfs.part" 2>/dev/null
+dd if="$work/ntfs.part" of="$disk" bs=1M seek=1 conv=notrunc,sparse status=none && rm -f "$work/ntfs.part"
+mkfs.fat -F 32 -s 1 -n VELMORA --offset=100352 "$disk" 49152 >/dev/null 2>&1
+head -c 200000 /dev/urandom > "$work/sample.bin"
+MTOOLS_SKIP_CHECK=1 mcopy -i "$disk@@51380224" "$work/sample.bin" ::/sample.bin
+show --map "D=$work/data" --disk "$disk:EF" copy 'D:\pics' 'E:\pics'
+show --disk "$disk:EF" stat 'E:\pics\movie.bin'
+show --disk "$disk:EF" attrib 'E:\pics\photo.jpg' +C
+for file in 'F:\sample.bin' 'E:\pics\movie.bin' 'E:\pics\photo.jpg'; do
+  show --disk "$disk:EF" sectors "$file"
+done
+echo
+echo "The sectors F:\\sample.bin reports, read straight from the image, are the file's bytes:"
+"$velmora" --disk "$disk:EF" sectors 'F:\sample.bin' | awk '/^  [0-9]/ {sub(/\+/, "", $2); print $1, $2}' |
+  while read -r start count; do dd if="$disk" bs=512 skip="$start" count="$count" status=none; done |
+  head -c 200000 | cmp - "$work/sample.bin" && echo "identical"

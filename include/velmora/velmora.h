@@ -259,3 +259,14 @@ VELMORA_EXPORT BOOL MountWim(CString imageFile, CString mountFolder, CString tem
 // Unmounts it again: commit nonzero writes the changes made under mountFolder back into the image, zero
 // discards them. The same image file, folder and index as the mount; the result is the imaging library's.
 VELMORA_EXPORT BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD index, BOOL commit);
+// ---- Raw volume access: where a file lies on its physical disk.
+
+// Appends to *pExtents (required; its elements stay) one run of absolute disk sectors per cluster run of
+// the file, in file order, up to the first run with no clusters on disk. pFirstSector gets the first run's
+// first sector, pLastSector the last sector of the last cluster, pLastDataSector the last sector holding
+// file data (written only when a run was found). Sector numbers add 32-bit offsets to the volume's start,
+// so they are exact on volumes of fewer than 2^32 sectors. NTFS and FAT32 volumes only, and only for an
+// elevated process. 0 when the path is empty, the volume cannot be measured or the file cannot be opened;
+// 1 otherwise, also for a file whose data has no clusters of its own (no runs, sectors 0).
+VELMORA_EXPORT int GetFileSectorPos(CString path, std::vector<SectorExtent>* pExtents, ULONGLONG* pFirstSector,
+                                    ULONGLONG* pLastDataSector, ULONGLONG* pLastSector);

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "../wstr.h"
 
@@ -133,4 +134,38 @@ namespace vlx {
 // Waits until no compression started by a CopyHere is running; the result of the last one that ended
 // (ERROR_SUCCESS, ERROR_CANCELLED when the user stopped it at a question, or the error that stopped it).
 DWORD WaitForShellCopies();
+}  // namespace vlx
+// ---- Disk images: files attached as physical disks.
+namespace vlx {
+//
+// An attached image is \\.\PhysicalDriveN. Each partition of its MBR or GPT table (or the whole image, when
+// it holds a bare file system) becomes a volume named \\?\Volume{GUID}\ and, when the host gives one, a
+// drive letter that takes precedence over a host folder mapped to the same letter. NTFS volumes are served
+// by the NTFS engine, FAT12, FAT16 and FAT32 volumes by our own reader; exFAT volumes report their name only.
+struct DiskAttachOptions {
+    int diskNumber = -1;          // -1: the lowest number not in use; any other free number, 256 and more too
+    DWORD sectorSize = 0;         // 512 or 4096; 0: 4096 when a GPT header lies at byte 4096, else 512
+    WString letters;              // drive letters for the volumes in order; '-' leaves a volume without one
+    bool readOnly = false;        // opens the image for reading only
+};
+struct AttachedVolumeInfo {
+    WString volumeName;           // \\?\Volume{GUID}\ (with its trailing backslash)
+    WCHAR letter = 0;             // 0 when it has none
+    WString fileSystem;           // NTFS, FAT32, FAT, exFAT; empty when the volume holds none we know
+    ULONGLONG offset = 0, length = 0;  // bytes on the disk
+    DWORD partitionNumber = 0;    // 1-based; 0 for a bare file system
+};
+// The disk number, or -1 with *error (if given) saying why: the file cannot be opened, a letter is taken
+// or not a letter, the number is taken, the sector size is not 512 or 4096.
+int AttachDiskImage(const std::string& imagePath, const DiskAttachOptions& options, std::string* error = nullptr);
+// Flushes every volume of the disk to the image and forgets it with its letters and names. Handles still
+// open on it fail from then on with ERROR_DEVICE_NOT_CONNECTED. False when no such disk is attached.
+bool DetachDisk(int diskNumber);
+std::vector<AttachedVolumeInfo> DiskVolumes(int diskNumber);
+// Gives an attached volume a drive letter, or takes it away with letter 0.
+bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
+// Devices (\\.\X:, \\.\PhysicalDriveN) open only for an elevated process, which on Linux is root. Tests
+// that run as root can play an unelevated process: 0 not elevated, 1 elevated, -1 ask the process again.
+void OverrideElevation(int elevated);
+
 }  // namespace vlx

@@ -103,6 +103,8 @@ Win32Api MakeWindowsTable() {
     table.GetVolumeNameForVolumeMountPointW = ::GetVolumeNameForVolumeMountPointW;
     table.DeleteVolumeMountPointW = ::DeleteVolumeMountPointW;
     table.SetVolumeMountPointW = ::SetVolumeMountPointW;
+    // Raw volume access
+    table.GetVolumeInformationW = ::GetVolumeInformationW;
     return table;
 }
 

@@ -338,6 +338,24 @@ void ShellArchives(HMODULE module) {
 
 }  // namespace
 
+// Raw volume access: Wine has no raw disk behind its drives, so the sector position fails cleanly, with
+// the caller's vector and out values as they were.
+void RawVolumeAccess(HMODULE module) {
+    auto sectorPosition = EXPORT(module, GetFileSectorPos);
+    if (!sectorPosition) return;
+    wchar_t folder[MAX_PATH], file[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    std::swprintf(file, MAX_PATH, L"%lsvelmora-smoke-sectors.txt", folder);
+    WriteSmallFile(file, "sectors");
+    std::vector<SectorExtent> runs{{7, 8}};
+    ULONGLONG first = 99, lastData = 99, last = 99;
+    Check(sectorPosition(CString(file), &runs, &first, &lastData, &last) == 0, "GetFileSectorPos fails without a raw disk");
+    Check(runs.size() == 1 && runs[0].startSector == 7 && first == 99 && lastData == 99 && last == 99,
+          "GetFileSectorPos leaves the caller's vector and values alone when it fails");
+    Check(sectorPosition(CString(L""), &runs, &first, &lastData, &last) == 0, "GetFileSectorPos refuses an empty path");
+    DeleteFileW(file);
+}
+
 int wmain(int argc, wchar_t** argv) {
     const wchar_t* dll = argc > 1 ? argv[1] : L"Velmora.dll";
     HMODULE module = LoadLibraryW(dll);
@@ -365,6 +383,7 @@ int wmain(int argc, wchar_t** argv) {
     SecurityAndDrives(module);
     WimImages(module);
     ShellArchives(module);
+    RawVolumeAccess(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);

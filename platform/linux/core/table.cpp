@@ -104,6 +104,8 @@ Win32Api MakeLinuxTable() {
     table.GetVolumeNameForVolumeMountPointW = vlx::GetVolumeNameForVolumeMountPointW;
     table.DeleteVolumeMountPointW = vlx::DeleteVolumeMountPointW;
     table.SetVolumeMountPointW = vlx::SetVolumeMountPointW;
+    // Raw volume access
+    table.GetVolumeInformationW = vlx::GetVolumeInformationW;
     return table;
 }
 

@@ -97,6 +97,9 @@ void WINAPI VariantInit(VARIANTARG* variant);
 HRESULT WINAPI VariantClear(VARIANTARG* variant);
 DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD capacity);
 errno_t WINAPI wcscat_s(WCHAR* destination, size_t capacity, const WCHAR* source);
+// Raw volume access (volumes/devices.cpp)
+BOOL WINAPI GetVolumeInformationW(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
+                                  LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName, DWORD fileSystemNameSize);
 
 // File properties: security descriptors (volumes/host_security.cpp), the process token
 // (services/token.cpp), local memory (core/local_memory.cpp) and the mount manager (core/mount_manager.cpp).

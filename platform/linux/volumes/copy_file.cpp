@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "file_object.h"
+#include "image_calls.h"
 #include "../core/scoped_handle.h"
 
 namespace vlx {
@@ -202,6 +203,7 @@ bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vec
 
 BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                         DWORD flags) {
+    if (auto answer = ImageCopyFile(existing, newName, progress, data, cancel, flags)) return *answer;
     if (existing == nullptr || newName == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (IsCancelled(cancel)) return Fail(ERROR_REQUEST_ABORTED, FALSE);
 

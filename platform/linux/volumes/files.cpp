@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "file_object.h"
+#include "image_calls.h"
 #include "../core/table.h"
 
 namespace vlx {
@@ -84,6 +85,7 @@ HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD fla
 
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition,
                           DWORD flags, HANDLE /*templateFile*/) {
+    if (auto answer = ImageCreateFile(path, access, share, disposition, flags)) return *answer;
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
@@ -173,6 +175,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 }
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    if (auto answer = ImageReadFile(file, buffer, toRead, read, overlapped)) return *answer;
     if (read != nullptr) *read = 0;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
@@ -200,6 +203,7 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPO
 }
 
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
+    if (auto answer = ImageWriteFile(file, buffer, toWrite, written, overlapped)) return *answer;
     if (written != nullptr) *written = 0;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
@@ -226,6 +230,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD writte
 }
 
 BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
+    if (auto answer = ImageGetFileSizeEx(file, size)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -244,6 +249,7 @@ DWORD WINAPI GetFileSize(HANDLE file, LPDWORD sizeHigh) {
 }
 
 BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
+    if (auto answer = ImageSetFilePointerEx(file, distance, newPosition, method)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : method == FILE_END ? SEEK_END : -1;
@@ -255,6 +261,7 @@ BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER
 }
 
 BOOL WINAPI SetEndOfFile(HANDLE file) {
+    if (auto answer = ImageSetEndOfFile(file)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if ((object->access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
@@ -264,6 +271,7 @@ BOOL WINAPI SetEndOfFile(HANDLE file) {
 }
 
 BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
+    if (auto answer = ImageGetFileTime(file, created, accessed, written)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -275,7 +283,8 @@ BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LP
     return TRUE;
 }
 
-BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* /*created*/, const FILETIME* accessed, const FILETIME* written) {
+BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
+    if (auto answer = ImageSetFileTime(file, created, accessed, written)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
@@ -290,6 +299,7 @@ BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* /*created*/, const FILETIME
 }
 
 BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
+    if (auto answer = ImageGetFileInformationByHandle(file, info)) return *answer;
     auto object = LookupHandleAs<FileObject>(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     struct stat status {};
@@ -320,6 +330,7 @@ BOOL WINAPI CloseHandle(HANDLE object) {
 }
 
 DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
+    if (auto answer = ImageGetFileAttributes(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_FILE_ATTRIBUTES;
     if (!resolved.exists) return Fail(MissingError(resolved), INVALID_FILE_ATTRIBUTES);
@@ -327,6 +338,7 @@ DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
 }
 
 BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
+    if (auto answer = ImageSetFileAttributes(path, attributes)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -334,6 +346,7 @@ BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
 }
 
 BOOL WINAPI DeleteFileW(LPCWSTR path) {
+    if (auto answer = ImageDeleteFile(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -346,6 +359,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR path) {
 }
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
+    if (auto answer = ImageCreateDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (resolved.exists || resolved.isRoot()) return Fail(ERROR_ALREADY_EXISTS, FALSE);
@@ -354,6 +368,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
 }
 
 BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
+    if (auto answer = ImageRemoveDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
@@ -372,6 +387,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
 }
 
 BOOL WINAPI CreateHardLinkW(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES /*security*/) {
+    if (auto answer = ImageCreateHardLink(newName, existing)) return *answer;
     ResolvedPath target;
     if (!Resolve(existing, target)) return FALSE;
     if (!target.exists) return Fail(MissingError(target), FALSE);
@@ -414,8 +430,9 @@ DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR*
     return static_cast<DWORD>(full.size());
 }
 
-BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID /*out*/, DWORD /*outSize*/,
+BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
                             LPDWORD returned, LPOVERLAPPED /*overlapped*/) {
+    if (auto answer = ImageDeviceIoControl(device, code, in, inSize, out, outSize, returned)) return *answer;
     if (returned != nullptr) *returned = 0;
     auto object = LookupHandleAs<FileObject>(device);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);

@@ -10,6 +10,7 @@
 #include "../core/internal.h"
 #include "../core/table.h"
 #include "host_names.h"
+#include "image_calls.h"
 
 namespace vlx {
 
@@ -77,6 +78,7 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
 }  // namespace
 
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    if (auto answer = ImageFindFirstFile(pattern, data)) return *answer;
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
@@ -127,6 +129,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
 }
 
 BOOL WINAPI FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
+    if (auto answer = ImageFindNextFile(handle, data)) return *answer;
     auto find = LookupHandleAs<FindObject>(handle);
     if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
@@ -184,6 +187,7 @@ bool CopyLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
 }  // namespace
 
 HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+    if (auto answer = ImageFindFirstFileName(path, flags, length, name)) return *answer;
     if (flags != 0 || length == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
@@ -205,6 +209,7 @@ HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWST
 }
 
 BOOL WINAPI FindNextFileNameW(HANDLE handle, LPDWORD length, PWSTR name) {
+    if (auto answer = ImageFindNextFileName(handle, length, name)) return *answer;
     auto find = LookupHandleAs<FileNameFindObject>(handle);
     if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);

@@ -1,0 +1,39 @@
+// The Win32 calls as they reach disk images: devices (\\.\X:, \\.\PhysicalDriveN, \\?\Volume{GUID}) and
+// files on image volumes. Each entry of the platform asks these first, in one line at its top:
+//
+//     if (auto answer = ImageReadFile(file, buffer, toRead, read, overlapped)) return *answer;
+//
+// An empty answer means the path or handle is not ours and the host-folder code goes on as before.
+#pragma once
+
+#include <optional>
+
+#include "../../win32.h"
+
+namespace vlx {
+
+std::optional<HANDLE> ImageCreateFile(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD flags);
+std::optional<BOOL> ImageReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
+std::optional<BOOL> ImageWriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped);
+std::optional<BOOL> ImageGetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
+std::optional<BOOL> ImageSetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method);
+std::optional<BOOL> ImageSetEndOfFile(HANDLE file);
+std::optional<BOOL> ImageGetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written);
+std::optional<BOOL> ImageSetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written);
+std::optional<BOOL> ImageGetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info);
+std::optional<BOOL> ImageDeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                                         LPDWORD returned);
+std::optional<DWORD> ImageGetFileAttributes(LPCWSTR path);
+std::optional<BOOL> ImageSetFileAttributes(LPCWSTR path, DWORD attributes);
+std::optional<BOOL> ImageDeleteFile(LPCWSTR path);
+std::optional<BOOL> ImageCreateDirectory(LPCWSTR path);
+std::optional<BOOL> ImageRemoveDirectory(LPCWSTR path);
+std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
+std::optional<BOOL> ImageFindNextFile(HANDLE find, LPWIN32_FIND_DATAW data);
+std::optional<BOOL> ImageCreateHardLink(LPCWSTR newName, LPCWSTR existing);
+std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name);
+std::optional<BOOL> ImageFindNextFileName(HANDLE find, LPDWORD length, PWSTR name);
+std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                                  DWORD flags);
+
+}  // namespace vlx
