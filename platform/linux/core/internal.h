@@ -154,7 +154,7 @@ bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share);
 bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share);
 // Checks the record against every other open, of this process and of others, and registers it, in one
 // step so that two opens cannot both pass; false with ERROR_SHARING_VIOLATION on a conflict. fd is the
-// handle's own open file.
+// handle's own open file; -1 (a file inside a disk image) shares within this process only.
 bool RegisterOpen(OpenRecord* record, int fd);
 void UnregisterOpen(OpenRecord* record);
 

@@ -129,7 +129,8 @@ std::optional<HANDLE> ImageCreateFile(LPCWSTR path, DWORD access, DWORD share, D
     object->record.inode = static_cast<ino_t>(status.fileIndex);
     object->record.access = object->access;
     object->record.share = share;
-    if (!RegisterOpen(&object->record)) return INVALID_HANDLE_VALUE;
+    // A file inside an image has no host descriptor of its own to lock: it shares within this process.
+    if (!RegisterOpen(&object->record, -1)) return INVALID_HANDLE_VALUE;
     object->registered = true;
     HANDLE handle = InsertHandle(std::move(object));
     SetLastErrorCode(ERROR_SUCCESS);
