@@ -271,8 +271,9 @@ private:
     }
 
     void RemoveOne(int dirFd, const std::string& name, const struct stat& status) {
-        // An entry another handle holds without sharing deletion stays, as Windows keeps it.
-        if (!CheckShare(status.st_dev, status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) {
+        // An entry another handle holds without sharing deletion stays, as Windows keeps it, whichever
+        // process holds it.
+        if (!CheckShareAt(dirFd, name, status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) {
             Note(ERROR_SHARING_VIOLATION);
             return;
         }
