@@ -168,4 +168,19 @@ bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
 // that run as root can play an unelevated process: 0 not elevated, 1 elevated, -1 ask the process again.
 void OverrideElevation(int elevated);
 
+// ---- The shell's progress window, played by the host.
+//
+// While SHFileOperationW copies without FOF_SILENT, Windows shows a progress window; here the observer the
+// host installs is told instead, from the copying thread, as each file starts and after each chunk of it.
+// With none installed nothing is shown.
+struct ShellCopyProgress {
+    WString source;
+    WString target;
+    ULONGLONG fileBytes = 0;  // size of the file being copied
+    ULONGLONG fileDone = 0;   // bytes of it copied so far
+};
+using ShellProgressObserver = std::function<void(const ShellCopyProgress& progress)>;
+// Installs the observer for every thread; an empty function removes it.
+void SetShellProgressObserver(ShellProgressObserver observer);
+
 }  // namespace vlx
