@@ -39,7 +39,7 @@ public:
     // no last line: the command prints its results itself.
     void Finish(bool summary = true);
 
-    // The text of a drawing, for the tests: counts, rate and time left, then the current entry.
+    // The text of one drawing: counts, rate and time left, then the current entry.
     static std::string Compose(const char* verb, uint64_t files, uint64_t totalFiles, uint64_t bytes, uint64_t totalBytes,
                                uint64_t folders, double seconds, const std::string& current);
 
