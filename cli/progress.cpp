@@ -87,9 +87,11 @@ void ProgressLine::Update(uint64_t files, uint64_t bytes, bool force) {
     if (mode_ == Mode::Quiet) return;
     const auto now = std::chrono::steady_clock::now();
     const auto interval = mode_ == Mode::Terminal ? kTerminalInterval : kLinesInterval;
-    if (!force && drawnOnce_ && now - lastDrawn_ < interval) return;
-    // Plain lines start only after the first interval: a short run prints its final line alone.
-    if (!force && !drawnOnce_ && mode_ == Mode::Lines && now - start_ < interval) return;
+    // Plain lines keep their pace even when forced, so that a tree of many small files does not print a
+    // line for each; they start only after the first interval, so a short run prints its final line alone.
+    const bool paced = !force || mode_ == Mode::Lines;
+    if (paced && drawnOnce_ && now - lastDrawn_ < interval) return;
+    if (mode_ == Mode::Lines && !drawnOnce_ && now - start_ < interval) return;
     lastDrawn_ = now;
     drawnOnce_ = true;
     Draw();

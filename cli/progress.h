@@ -29,7 +29,8 @@ public:
     // Totals known beforehand; 0 files means unknown (no percentage, no time left).
     void SetTotals(uint64_t files, uint64_t bytes);
     void SetCurrent(const std::string& name);
-    // Counts so far. Drawn when enough time has passed since the last drawing, or when force is set.
+    // Counts so far. Drawn when enough time has passed since the last drawing, or on a terminal when
+    // force is set.
     void Update(uint64_t files, uint64_t bytes, bool force = false);
     // Takes a line drawn in place off the terminal, so that other output can follow; the next drawing
     // starts a new one.
