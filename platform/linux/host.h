@@ -166,4 +166,19 @@ std::vector<AttachedVolumeInfo> DiskVolumes(int diskNumber);
 // Gives an attached volume a drive letter, or takes it away with letter 0.
 bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
 
+// ---- The shell's progress window, played by the host.
+//
+// While SHFileOperationW copies without FOF_SILENT, Windows shows a progress window; here the observer the
+// host installs is told instead, from the copying thread, as each file starts and after each chunk of it.
+// With none installed nothing is shown.
+struct ShellCopyProgress {
+    WString source;
+    WString target;
+    ULONGLONG fileBytes = 0;  // size of the file being copied
+    ULONGLONG fileDone = 0;   // bytes of it copied so far
+};
+using ShellProgressObserver = std::function<void(const ShellCopyProgress& progress)>;
+// Installs the observer for every thread; an empty function removes it.
+void SetShellProgressObserver(ShellProgressObserver observer);
+
 }  // namespace vlx
