@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "../../win32.h"
+#include "../../wstr.h"
 
 namespace vlx {
 
@@ -35,5 +36,12 @@ std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD 
 std::optional<BOOL> ImageFindNextFileName(HANDLE find, LPDWORD length, PWSTR name);
 std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                                   DWORD flags);
+
+// ntdll's open by file id: a file of the volume behind an open volume device, by its file index (NTFS:
+// the file reference); INVALID_HANDLE_VALUE with the last error set (ERROR_INVALID_PARAMETER for a
+// reference that names no file in use).
+HANDLE ImageOpenByIndex(HANDLE volumeDevice, ULONGLONG fileIndex, DWORD access, DWORD share);
+// The path of an open file from its volume's root ("\a\b", "\" for the root).
+std::optional<BOOL> ImageFileName(HANDLE file, WString& relative);
 
 }  // namespace vlx
