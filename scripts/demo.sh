@@ -125,3 +125,11 @@ echo "The sectors F:\\sample.bin reports, read straight from the image, are the 
 "$velmora" --disk "$disk:EF" sectors 'F:\sample.bin' | awk '/^  [0-9]/ {sub(/\+/, "", $2); print $1, $2}' |
   while read -r start count; do dd if="$disk" bs=512 skip="$start" count="$count" status=none; done |
   head -c 200000 | cmp - "$work/sample.bin" && echo "identical"
+# ---- The whole NTFS volume from its master file table: a fresh mkntfs volume has no change journal, so
+# the walk finds nothing until the journal is made active (the mft command does so unless told not to).
+echo
+echo "The whole of E: from its master file table, without a journal and then with one"
+show --disk "$disk:EF" mft count 'E:' --no-journal
+show --disk "$disk:EF" mft list 'E:\pics'
+show --disk "$disk:EF" mft count 'E:'
+show --disk "$disk:EF" mft count 'F:'
