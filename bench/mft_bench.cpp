@@ -153,10 +153,10 @@ int main(int argc, char** argv) {
     for (const int entries : {10000, 100000}) {
         const std::string size = entries == 10000 ? "10k" : "100k";
         const int iterations = entries == 10000 ? 5 : 2;
-        benchmark::RegisterBenchmark(("Count_" + size).c_str(), Count, entries)->Iterations(iterations)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("List_" + size).c_str(), List, entries)->Iterations(iterations)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("Ntfsls_" + size).c_str(), Ntfsls, entries)->Iterations(iterations)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("RawScan_" + size).c_str(), RawScan, entries)->Iterations(iterations)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("Count_" + size).c_str(), Count, entries)->Iterations(iterations)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("List_" + size).c_str(), List, entries)->Iterations(iterations)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("Ntfsls_" + size).c_str(), Ntfsls, entries)->Iterations(iterations)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("RawScan_" + size).c_str(), RawScan, entries)->Iterations(iterations)->UseRealTime()->Unit(benchmark::kMillisecond);
     }
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;

@@ -1,5 +1,7 @@
 // Counting and listing a whole NTFS volume from its master file table: GetFileCountInFolderFromMFT and
 // GetFileListFromMFT. Only the path's first character, the drive letter, is read.
+#include <algorithm>
+#include <string>
 #include <vector>
 
 #include "../frame/file_list.h"
