@@ -75,17 +75,48 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
     return false;
 }
 
+// The DOS device that the last name of a path stands for (CON, PRN, AUX, NUL, COM1 to COM9, LPT1 to LPT9,
+// in any folder, with any extension or a colon after it), as typed, or empty when it names none.
+WString DosDeviceOf(LPCWSTR path) {
+    if (path == nullptr) return {};
+    const WString text = path;
+    size_t start = text.find_last_of(_T("\\/"));
+    if (start == WString::npos) start = text.size() >= 2 && text[1] == ':' ? 2 : 0;
+    else ++start;
+    WString name = text.substr(start, text.find_first_of(_T(".:"), start) - start);
+    while (!name.empty() && name.back() == ' ') name.pop_back();
+    WString upper;
+    for (WCHAR unit : name) upper += FoldUnit(unit);
+    const bool numbered = upper.size() == 4 && upper[3] >= '1' && upper[3] <= '9' &&
+                          (upper.compare(0, 3, _T("COM")) == 0 || upper.compare(0, 3, _T("LPT")) == 0);
+    if (numbered || upper == _T("CON") || upper == _T("PRN") || upper == _T("AUX") || upper == _T("NUL")) return name;
+    return {};
+}
+
 }  // namespace
 
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    // A device name is found wherever it is looked for, as one entry that stands for the device, on
+    // every volume and whether or not the folder exists.
+    const WString device = DosDeviceOf(pattern);
+    if (!device.empty() && data != nullptr && !HasWildcard(device)) {
+        std::memset(data, 0, sizeof *data);
+        data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
+        WStrCopy(data->cFileName, MAX_PATH, device.c_str());
+        HANDLE handle = InsertHandle(std::make_shared<FindObject>());  // nothing more to find
+        SetLastErrorCode(ERROR_SUCCESS);
+        return handle;
+    }
     if (auto answer = ImageFindFirstFile(pattern, data)) return *answer;
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
-    // A pattern that ends in a separator, or names a volume root, has no name part to match.
-    if (resolved.isRoot() || resolved.trailingSeparator) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    // A pattern that ends in a separator, or names a volume root, has no name part to match; the folder
+    // before the separator is missing or found empty of that.
+    if (resolved.isRoot()) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    if (resolved.trailingSeparator) return Fail(resolved.exists ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
 
-    const WString& namePattern = resolved.components.back();
+    const WString namePattern = FindPatternOf(pattern, resolved.components.back());
     const std::string& folder = resolved.hostParent;
     const bool folderIsRoot = resolved.components.size() == 1;
     auto find = std::make_shared<FindObject>();
