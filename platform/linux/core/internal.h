@@ -49,6 +49,8 @@ bool MatchesPattern(const WString& pattern, const WString& name);
 // dots and spaces, but a dot there still means "no extension". resolvedName is that name after the path
 // rules; it is the answer when the typed text does not end in it (a pattern followed by "..", say).
 WString FindPatternOf(LPCWSTR typed, const WString& resolvedName);
+// The last name of a path as written: what follows its last separator, or its drive ("X:name").
+WString LastNameOf(LPCWSTR path);
 bool IsDosWildcard(WCHAR unit);
 // The name on disk of the entry of a host folder that equals name (exact, its host name) without regard
 // to case, or empty when there is none. For names not found as typed: answered from listings kept exact by

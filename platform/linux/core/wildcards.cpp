@@ -85,13 +85,16 @@ bool MatchesPattern(const WString& pattern, const WString& name) {
     return states[expression.size()];
 }
 
+WString LastNameOf(LPCWSTR path) {
+    if (path == nullptr) return {};
+    const WString text = path;
+    const size_t separator = text.find_last_of(_T("\\/"));
+    if (separator != WString::npos) return text.substr(separator + 1);
+    return text.size() >= 2 && text[1] == ':' ? text.substr(2) : text;
+}
+
 WString FindPatternOf(LPCWSTR typed, const WString& resolvedName) {
-    if (typed == nullptr) return resolvedName;
-    const WString text = typed;
-    size_t start = text.find_last_of(_T("\\/"));
-    if (start == WString::npos) start = text.size() >= 2 && text[1] == ':' ? 2 : 0;
-    else ++start;
-    WString name = text.substr(start);
+    WString name = LastNameOf(typed);
     // Path rules drop trailing dots and spaces from every name; in a pattern a dot among them still says
     // "no extension", so one dot is kept.
     size_t kept = name.size();

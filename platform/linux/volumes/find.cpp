@@ -78,12 +78,8 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
 // The DOS device that the last name of a path stands for (CON, PRN, AUX, NUL, COM1 to COM9, LPT1 to LPT9,
 // in any folder, with any extension or a colon after it), as typed, or empty when it names none.
 WString DosDeviceOf(LPCWSTR path) {
-    if (path == nullptr) return {};
-    const WString text = path;
-    size_t start = text.find_last_of(_T("\\/"));
-    if (start == WString::npos) start = text.size() >= 2 && text[1] == ':' ? 2 : 0;
-    else ++start;
-    WString name = text.substr(start, text.find_first_of(_T(".:"), start) - start);
+    WString name = LastNameOf(path);
+    name.resize(std::min(name.size(), name.find_first_of(_T(".:"))));
     while (!name.empty() && name.back() == ' ') name.pop_back();
     WString upper;
     for (WCHAR unit : name) upper += FoldUnit(unit);
@@ -99,7 +95,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     // A device name is found wherever it is looked for, as one entry that stands for the device, on
     // every volume and whether or not the folder exists.
     const WString device = DosDeviceOf(pattern);
-    if (!device.empty() && data != nullptr && !HasWildcard(device)) {
+    if (!device.empty() && data != nullptr) {
         std::memset(data, 0, sizeof *data);
         data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
         WStrCopy(data->cFileName, MAX_PATH, device.c_str());
