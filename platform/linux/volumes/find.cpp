@@ -75,26 +75,12 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
     return false;
 }
 
-// The DOS device that the last name of a path stands for (CON, PRN, AUX, NUL, COM1 to COM9, LPT1 to LPT9,
-// in any folder, with any extension or a colon after it), as typed, or empty when it names none.
-WString DosDeviceOf(LPCWSTR path) {
-    WString name = LastNameOf(path);
-    name.resize(std::min(name.size(), name.find_first_of(_T(".:"))));
-    while (!name.empty() && name.back() == ' ') name.pop_back();
-    WString upper;
-    for (WCHAR unit : name) upper += FoldUnit(unit);
-    const bool numbered = upper.size() == 4 && upper[3] >= '1' && upper[3] <= '9' &&
-                          (upper.compare(0, 3, _T("COM")) == 0 || upper.compare(0, 3, _T("LPT")) == 0);
-    if (numbered || upper == _T("CON") || upper == _T("PRN") || upper == _T("AUX") || upper == _T("NUL")) return name;
-    return {};
-}
-
 }  // namespace
 
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     // A device name is found wherever it is looked for, as one entry that stands for the device, on
     // every volume and whether or not the folder exists.
-    const WString device = DosDeviceOf(pattern);
+    const WString device = ReservedDeviceOf(LastNameOf(pattern));
     if (!device.empty() && data != nullptr) {
         std::memset(data, 0, sizeof *data);
         data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
