@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "../support/disk_images.h"
 #include "../support/host_fixture.h"
 
 namespace {
@@ -159,6 +160,42 @@ TEST_F(LastError, AReadOnlyFileOpensForDeletionButIsNotDeletedOnClose) {
     EXPECT_EQ(OpenFile("ro.txt", DELETE, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE), INVALID_HANDLE_VALUE);
     EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_ACCESS_DENIED));
     EXPECT_TRUE(std::filesystem::exists(Host("ro.txt")));
+}
+
+TEST_F(LastError, FilesInsideADiskImageAnswerTheSame) {
+    const auto attached = testing_support::AttachNewNtfsVolume(Host("ntfs.img"), "N");
+    ASSERT_GE(attached->Number(), 0) << attached->Error();
+    ASSERT_TRUE(sys().CreateDirectoryW(_T("N:\\dir"), nullptr));
+    HANDLE file = sys().CreateFileW(_T("N:\\dir\\f.txt"), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                                    nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    char buffer[4];
+    DWORD done = 99;
+    sys().SetLastError(kJunkError);
+    EXPECT_TRUE(sys().WriteFile(file, "abc", 3, &done, nullptr));
+    EXPECT_TRUE(sys().ReadFile(file, buffer, sizeof buffer, &done, nullptr));  // at the end
+    EXPECT_EQ(done, 0u);
+    EXPECT_EQ(sys().GetLastError(), kJunkError);
+    EXPECT_FALSE(sys().WriteFile(file, nullptr, 1, &done, nullptr));
+    EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_INVALID_USER_BUFFER));
+    FILETIME before{}, after{};
+    ASSERT_TRUE(sys().GetFileTime(file, nullptr, nullptr, &before));
+    const FILETIME kept{0xFFFFFFFF, 0xFFFFFFFF};
+    EXPECT_TRUE(sys().SetFileTime(file, nullptr, nullptr, &kept));
+    ASSERT_TRUE(sys().GetFileTime(file, nullptr, nullptr, &after));
+    EXPECT_EQ(after.dwHighDateTime, before.dwHighDateTime);
+    EXPECT_EQ(after.dwLowDateTime, before.dwLowDateTime);
+    sys().CloseHandle(file);
+
+    sys().SetLastError(kJunkError);
+    EXPECT_EQ(sys().CreateFileW(_T("N:\\dir\\f.txt"), FILE_WRITE_DATA, 0, nullptr, TRUNCATE_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    WIN32_FIND_DATAW data{};
+    for (const auto& [pattern, error] : {std::pair(_T("N:\\missing\\"), DWORD(ERROR_PATH_NOT_FOUND)), std::pair(_T("N:\\dir\\"), DWORD(ERROR_FILE_NOT_FOUND))}) {
+        sys().SetLastError(kJunkError);
+        EXPECT_EQ(sys().FindFirstFileW(pattern, &data), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(sys().GetLastError(), error);
+    }
 }
 
 }  // namespace

@@ -96,11 +96,8 @@ TEST_F(ShareMatrix, EverySecondOpenIsLetThroughOrRefusedAsOnWindows) {
 }
 
 TEST_F(ShareMatrix, FilesInsideADiskImageShareAsHostFilesDo) {
-    if (testing_support::Run("command -v mkntfs") != 0) GTEST_SKIP() << "mkntfs is not installed";
-    const std::string image = Host("ntfs.img");
-    testing_support::MakeDiskImage(image, 512, "dos", 40, {{"ntfs", 32}});
-    testing_support::AttachedImage attached(image, "N");
-    ASSERT_GE(attached.Number(), 0) << attached.Error();
+    const auto attached = testing_support::AttachNewNtfsVolume(Host("ntfs.img"), "N");
+    ASSERT_GE(attached->Number(), 0) << attached->Error();
     HANDLE file = sys().CreateFileW(_T("N:\\f.txt"), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     sys().CloseHandle(file);

@@ -84,11 +84,8 @@ TEST_F(Wildcards, PatternsFindWhatWindowsFindsInAHostFolder) {
 }
 
 TEST_F(Wildcards, PatternsFindTheSameInAnNtfsImage) {
-    if (testing_support::Run("command -v mkntfs") != 0) GTEST_SKIP() << "mkntfs is not installed";
-    const std::string image = Host("ntfs.img");
-    testing_support::MakeDiskImage(image, 512, "dos", 40, {{"ntfs", 32}});
-    testing_support::AttachedImage attached(image, "N");
-    ASSERT_GE(attached.Number(), 0) << attached.Error();
+    const auto attached = testing_support::AttachNewNtfsVolume(Host("ntfs.img"), "N");
+    ASSERT_GE(attached->Number(), 0) << attached->Error();
     ASSERT_TRUE(sys().CreateDirectoryW(W("N:\\dir"), nullptr));
     for (const std::string& name : kFolder) {
         HANDLE file = sys().CreateFileW(W("N:\\dir\\" + name), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
