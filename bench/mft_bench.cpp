@@ -62,10 +62,10 @@ public:
         vlx::DiskAttachOptions options;
         options.letters = _T("E");
         number_ = vlx::AttachDiskImage(ImageOf(entries), options);
-        vlx::OverrideElevation(1);
+        vlx::SetProcessToken(vlx::TokenKind::Elevated);
     }
     ~AttachedFor() {
-        vlx::OverrideElevation(-1);
+        vlx::SetProcessToken(vlx::TokenKind::AsProcessRuns);
         if (number_ >= 0) vlx::DetachDisk(number_);
     }
 

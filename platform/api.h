@@ -28,6 +28,13 @@ struct Win32Api {
     // --- Finding. A pattern's last component may hold * and ?; "." and ".." come first in every folder
     // but a root. FindFirstFileW fails with ERROR_FILE_NOT_FOUND when nothing matches, ERROR_PATH_NOT_FOUND
     // when the folder is missing; FindNextFileW fails with ERROR_NO_MORE_FILES after the last match.
+    // Patterns match as on Windows, on every kind of volume: `?` takes one character but never a dot (and
+    // none at a dot or the end), `*.*` and `*.*.*` match every name, a trailing dot (after any dots and
+    // spaces) means "no extension" ("*." finds names without a dot), and the DOS wildcards `<`, `>` and
+    // `"` work as the file system's. A pattern ending in a separator fails with ERROR_FILE_NOT_FOUND, or
+    // ERROR_PATH_NOT_FOUND when that folder is missing. A device name as the last component (NUL, CON,
+    // PRN, AUX, COM1-9, LPT1-9, with any extension, in any folder even a missing one) finds one entry
+    // named as the device, FILE_ATTRIBUTE_ARCHIVE, size and times 0.
     HANDLE(WINAPI* FindFirstFileW)(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
     BOOL(WINAPI* FindNextFileW)(HANDLE find, LPWIN32_FIND_DATAW data);
     BOOL(WINAPI* FindClose)(HANDLE find);
@@ -40,6 +47,14 @@ struct Win32Api {
 
     // --- Files. CreateFileW enforces share modes between open handles (ERROR_SHARING_VIOLATION), refuses
     // a folder without FILE_FLAG_BACKUP_SEMANTICS and a read-only file for writing (ERROR_ACCESS_DENIED).
+    // A read-only file opens for DELETE, but not with FILE_FLAG_DELETE_ON_CLOSE (ERROR_ACCESS_DENIED).
+    // TRUNCATE_EXISTING without GENERIC_WRITE itself fails with ERROR_INVALID_PARAMETER before any lookup.
+    // A device path (\\.\name) that names no attached disk or volume fails with ERROR_FILE_NOT_FOUND.
+    // Only reading, executing, writing, appending and deleting take part in sharing: an open with none of
+    // them (0, attributes, extended attributes, READ_CONTROL) is never refused for sharing and refuses no
+    // one. ReadFile and WriteFile leave the last error as it was when they succeed (reads of 0 bytes and
+    // at the end of the file included); WriteFile from a null buffer fails with ERROR_INVALID_USER_BUFFER.
+    // SetFileTime leaves a time that is null, 0 or all ones (0xFFFFFFFF:0xFFFFFFFF) as it is.
     // An entry that is no file nor folder (a host's named pipe, socket or device) is listed like a file but
     // opened only for its attributes: an open for reading or writing its data, or one that would create or
     // truncate, fails with ERROR_CANT_ACCESS_FILE at once, as Windows fails for an entry it cannot open,
@@ -66,7 +81,10 @@ struct Win32Api {
     BOOL(WINAPI* CloseHandle)(HANDLE object);
     BOOL(WINAPI* DeleteFileW)(LPCWSTR path);
 
-    // --- Folders and links.
+    // --- Folders and links. A null path fails as a path not found (ERROR_PATH_NOT_FOUND), here as in
+    // DeleteFileW, CopyFileW and CopyFileExW. RemoveDirectoryW of the current folder fails with
+    // ERROR_SHARING_VIOLATION: the process holds it open. GetFullPathNameW of a null or empty path answers
+    // 0 and leaves the last error as it was.
     BOOL(WINAPI* CreateDirectoryW)(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
     BOOL(WINAPI* RemoveDirectoryW)(LPCWSTR path);
     BOOL(WINAPI* CreateHardLinkW)(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES security);
@@ -140,6 +158,10 @@ struct Win32Api {
     // An existing target stays whole until the copy is: the copy is written beside it and takes its place
     // only when complete, so a failure (a full disk) or a cancel leaves the old file as it was and nothing
     // else behind. A routine's PROGRESS_STOP keeps what was copied only where there was no file before.
+    // Share modes: the source is read while others may read and delete it, and also write it when a
+    // writer that shares reading holds it already (a log being written is copied); an existing target is
+    // written while others who share writing and hold no delete right keep it open. So a file is never
+    // copied onto itself (ERROR_SHARING_VIOLATION), and a copy refused for sharing calls no routine.
     BOOL(WINAPI* CopyFileW)(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists);
     BOOL(WINAPI* CopyFileExW)(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                               DWORD flags);

@@ -2,7 +2,7 @@
 // folder links, the module state of nested calls and a cancel from another thread.
 #include <gtest/gtest.h>
 
-
+#include "../copy/copy_internal.h"
 #include "support/canceller.h"
 #include "support/copy_support.h"
 
@@ -31,6 +31,20 @@ TEST_F(DirectCopy, SingleFileGoesUnderItsStoredNameIntoAnExistingFolderOnlyAndBa
     EXPECT_EQ(Copy(Win("a"), _T("")), FALSE);
     EXPECT_EQ(Copy(Win("missing"), Win("missing")), FALSE);
     EXPECT_FALSE(fs::exists(Host("missing")));
+}
+
+TEST_F(DirectCopy, ExistingTargetsAreReplacedWithoutAsking) {
+    WriteFile("a/one.txt", "new one");
+    WriteFile("tree/two.txt", "new two");
+    WriteFile("bk/one.txt", "old");
+    WriteFile("bk/two.txt", "old");
+    int asked = 0;
+    ScopedResponder user([&](const vlx::DialogRequest&) { return ++asked, kSkipButton; });
+    EXPECT_EQ(Copy(Win("a\\one.txt"), Win("bk")), TRUE);
+    EXPECT_EQ(Copy(Win("tree"), Win("bk")), TRUE);
+    EXPECT_EQ(asked, 0);
+    EXPECT_EQ(ReadHostFile(Host("bk/one.txt")), "new one");
+    EXPECT_EQ(ReadHostFile(Host("bk/two.txt")), "new two");
 }
 
 TEST_F(DirectCopy, CopiesAWholeTreeIntoATopFolderMadeFirstWithEveryLevelInTheLibrarysState) {

@@ -1,4 +1,4 @@
-// The library frame: the exported class, the public layouts, the entry and the module-state guard.
+// The library frame: the exported class, the entry and the module-state guard.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -7,13 +7,6 @@
 #include "../frame/frame_internal.h"
 
 namespace {
-
-TEST(Frame, PublicRecordsHaveTheExportedLayout) {
-    EXPECT_EQ(sizeof(FileListNode), 532u);
-    EXPECT_EQ(offsetof(FileListNode, flags), 520u);
-    EXPECT_EQ(offsetof(FileListNode, next), 524u);
-    EXPECT_EQ(sizeof(SectorExtent), 16u);
-}
 
 TEST(Frame, CVelmoraAssignmentsReturnTheObjectAssignedTo) {
     CVelmora a, b;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -156,6 +157,34 @@ TEST_F(FileHash, ReadThatDoesNotEndAtTheSizeTakenAtTheStartFailsInsteadOfLooping
         EXPECT_EQ(HashOf(Win("a.txt")), kFailed) << c.claimed;
         EXPECT_EQ(reads, c.reads) << c.claimed;
     }
+}
+
+TEST_F(FileHash, OpensTheFileForItselfAloneAndAsksForAProviderWithoutKeys) {
+    WriteFile("a.txt", "abc");
+    std::vector<std::string> calls;
+    ApiPatch<&Win32Api::CreateFileW> open([&](LPCWSTR path, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f, HANDLE t) {
+        std::ostringstream call;
+        call << std::hex << "CreateFileW " << U(path) << " " << a << " " << s << " " << sa << " " << d << " " << f << " " << t;
+        calls.push_back(call.str());
+        return open.Original()(path, a, s, sa, d, f, t);
+    });
+    ApiPatch<&Win32Api::CryptAcquireContextW> acquire([&](HCRYPTPROV* provider, LPCWSTR container, LPCWSTR name, DWORD type, DWORD flags) {
+        std::ostringstream call;
+        call << std::hex << "CryptAcquireContextW " << (container == nullptr) << (name == nullptr) << " " << type << " " << flags;
+        calls.push_back(call.str());
+        return acquire.Original()(provider, container, name, type, flags);
+    });
+    EXPECT_EQ(HashOf(Win("a.txt")), "900150983cd24fb0d6963f7d28e17f72");
+    std::ostringstream expected[2];
+    expected[0] << std::hex << "CreateFileW T:\\a.txt " << GENERIC_READ << " 0 0 " << OPEN_EXISTING << " " << FILE_ATTRIBUTE_NORMAL << " 0";
+    expected[1] << std::hex << "CryptAcquireContextW 11 " << PROV_RSA_FULL << " " << (CRYPT_VERIFYCONTEXT | CRYPT_MACHINE_KEYSET);
+    EXPECT_EQ(calls, (std::vector<std::string>{expected[0].str(), expected[1].str()}));
+
+    // No sharing at all: a file another handle holds, even one that shares reading, is not hashed.
+    HANDLE reader = sys().CreateFileW(Win("a.txt"), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(HashOf(Win("a.txt")), kFailed);
+    sys().CloseHandle(reader);
 }
 
 TEST_F(FileHash, CompareFileHashTellsEqualDifferentAndUnreadable) {

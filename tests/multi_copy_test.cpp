@@ -11,6 +11,18 @@ using Entries = std::vector<std::string>;
 
 class MultiCopy : public HostFolderTest {
 protected:
+    void SetUp() override {
+        HostFolderTest::SetUp();
+        // T:\ is the current folder, so a source named without a backslash exists and is refused as such.
+        ASSERT_GT(sys().GetCurrentDirectoryW(MAX_PATH, callersFolder_), 0u);
+        ASSERT_TRUE(sys().SetCurrentDirectoryW(_T("T:\\")));
+    }
+    void TearDown() override {
+        sys().SetCurrentDirectoryW(callersFolder_);
+        HostFolderTest::TearDown();
+    }
+    WCHAR callersFolder_[MAX_PATH] = {};
+
     CStringArray Sources(std::initializer_list<std::string> relatives) const {
         CStringArray sources;
         for (const std::string& relative : relatives) sources.Add(Win(relative));
@@ -27,7 +39,7 @@ TEST_F(MultiCopy, DetailCodesForRefusals) {
         {nullptr, Win("bk"), -1},
         {&empty, Win("bk"), -2},
         {&one, _T(""), -2},
-        {&none, Win("bk"), -7},  // every source missing, or without a backslash: nothing accepted
+        {&none, Win("bk"), -7},  // every source missing, or there but without a backslash: nothing accepted
     };
     for (const auto& [sources, destination, expected] : cases) {
         int code = 12345;
@@ -41,6 +53,7 @@ TEST_F(MultiCopy, DetailCodesForRefusals) {
 TEST_F(MultiCopy, OneAcceptedSourceGoesWithoutMultipleDestinations) {
     WriteFile("a.txt", "a");
     CStringArray sources = Sources({"a.txt", "missing.txt"});
+    sources.Add(_T("a.txt"));  // the same file, named without a backslash: not taken
     ShellRecorder shell;
     int code = 12345;
     HWND owner = reinterpret_cast<HWND>(0x31);

@@ -162,6 +162,18 @@ TEST_F(ShellCopy, DirectWayAsksBeforeReplacing) {
     }
 }
 
+TEST_F(ShellCopy, DirectWayAsksOnlyWhenTheTargetExists) {
+    WriteFile("src/a.txt", "new");
+    int asked = 0;
+    // An answer that would stop the copy, had there been a question.
+    ScopedResponder user([&](const vlx::DialogRequest&) { return ++asked, kSkipButton; });
+    int code = 12345;
+    EXPECT_EQ(CopyFilesEx(Win("src\\a.txt"), Win("bk"), 0, 0, 0, 0, 100, &code, nullptr), TRUE);
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(asked, 0);
+    EXPECT_EQ(ReadHostFile(Host("bk/a.txt")), "new");
+}
+
 TEST_F(ShellCopy, DirectWayMakesTheTargetFolderButNoneUnderARootAndReportsCopyErrors) {
     WriteFile("x/a.txt", "a");
     int code = 12345;

@@ -1325,3 +1325,5 @@ typedef struct _FILE_NAME_INFORMATION {
     ULONG FileNameLength;
     WCHAR FileName[1];
 } FILE_NAME_INFORMATION, *PFILE_NAME_INFORMATION;
+// ---- File calls answering as Windows does
+#define ERROR_INVALID_USER_BUFFER 1784L

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -138,5 +139,11 @@ private:
     int number_ = -1;
     std::string error_;
 };
+
+// A new disk image at path holding one empty NTFS volume, attached with that volume as letter.
+inline std::unique_ptr<AttachedImage> AttachNewNtfsVolume(const std::string& path, const std::string& letter) {
+    MakeDiskImage(path, 512, "dos", 40, {{"ntfs", 32}});
+    return std::make_unique<AttachedImage>(path, letter);
+}
 
 }  // namespace testing_support

@@ -41,8 +41,17 @@ WCHAR FoldUnit(WCHAR unit);
 bool NamesEqualNoCase(const WString& a, const WString& b);
 // NTFS order: by folded code units.
 bool NameLessNtfs(const WString& a, const WString& b);
-// Win32 wildcard match of one name (* and ?, "*.*" matches every name, a trailing ".*" matches no dot).
+// Whether a find pattern's name (as typed, see FindPatternOf) matches a name, by Windows' rules: `*`, `?`
+// and the DOS wildcards `<` `>` `"`, a trailing dot for "no extension", `*.*` for every name, `?` never
+// taking a dot, without regard to case. Every volume's FindFirstFileW matches with it.
 bool MatchesPattern(const WString& pattern, const WString& name);
+// The last name of a find pattern as the caller typed it, for MatchesPattern: path rules drop trailing
+// dots and spaces, but a dot there still means "no extension". resolvedName is that name after the path
+// rules; it is the answer when the typed text does not end in it (a pattern followed by "..", say).
+WString FindPatternOf(LPCWSTR typed, const WString& resolvedName);
+// The last name of a path as written: what follows its last separator, or its drive ("X:name").
+WString LastNameOf(LPCWSTR path);
+bool IsDosWildcard(WCHAR unit);
 // The name on disk of the entry of a host folder that equals name (exact, its host name) without regard
 // to case, or empty when there is none. For names not found as typed: answered from listings kept exact by
 // inotify, so that a folder is not read through for every new name made in it.
@@ -110,6 +119,9 @@ struct FileTimes {
 FileTimes HostTimes(const std::string& hostPath, const struct stat& status);
 // The same from a status that already carries the birth time, with no further call to the host.
 FileTimes HostTimes(const HostStatus& entry);
+// The time SetFileTime is to write, or null where the value given leaves the time as it is (null, 0, or
+// all ones).
+const FILETIME* TimeToSet(const FILETIME* time);
 
 // ---- Handle table
 

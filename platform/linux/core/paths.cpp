@@ -101,43 +101,6 @@ bool NameLessNtfs(const WString& a, const WString& b) {
     return a.size() < b.size();
 }
 
-bool HasWildcard(const WString& text) { return text.find_first_of(_T("*?")) != WString::npos; }
-
-namespace {
-
-bool MatchFrom(const WCHAR* pattern, const WCHAR* name) {
-    // Iterative glob with one backtracking point, linear in practice and never recursive.
-    const WCHAR* star = nullptr;
-    const WCHAR* resume = nullptr;
-    while (*name != 0) {
-        if (*pattern == '*') {
-            star = pattern++;
-            resume = name;
-        } else if (*pattern == '?' || (*pattern != 0 && FoldUnit(*pattern) == FoldUnit(*name))) {
-            ++pattern;
-            ++name;
-        } else if (star != nullptr) {
-            pattern = star + 1;
-            name = ++resume;
-        } else {
-            return false;
-        }
-    }
-    while (*pattern == '*') ++pattern;
-    return *pattern == 0;
-}
-
-}  // namespace
-
-bool MatchesPattern(const WString& pattern, const WString& name) {
-    if (pattern == _T("*") || pattern == _T("*.*")) return true;
-    if (MatchFrom(pattern.c_str(), name.c_str())) return true;
-    // A pattern ending in ".*" also matches the name without any extension, as "a.*" finds "a".
-    if (pattern.size() >= 2 && pattern.compare(pattern.size() - 2, 2, _T(".*")) == 0 && name.find('.') == WString::npos)
-        return MatchFrom(pattern.substr(0, pattern.size() - 2).c_str(), name.c_str());
-    return false;
-}
-
 // ---- Drives
 
 bool MapDrive(WCHAR letter, const std::string& hostFolder) {
@@ -226,7 +189,8 @@ void SetCurrentDirectoryPath(const WString& path) {
 // ---- Resolution
 
 bool FullWin32Path(LPCWSTR path, WString& full) {
-    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, false);
+    // No path at all is a path that cannot be found, as an empty one is.
+    if (path == nullptr) return Fail(ERROR_PATH_NOT_FOUND, false);
     // Read in place, without copies, so that a long path costs one pass.
     using View = std::basic_string_view<WCHAR>;
     View text(path, WStrLen(path));
@@ -345,7 +309,9 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     for (size_t i = 0; i < names.size(); ++i) {
         const bool last = i + 1 == names.size();
         for (WCHAR unit : names[i]) {
-            if (IsInvalidNameUnit(unit)) return Fail(ERROR_INVALID_NAME, false);
+            // A find pattern may hold the DOS wildcards, which no name can.
+            const bool dosWildcard = last && wildcards == Wildcards::AllowInLast && IsDosWildcard(unit);
+            if (IsInvalidNameUnit(unit) && !dosWildcard) return Fail(ERROR_INVALID_NAME, false);
         }
         if (HasWildcard(names[i]) && !(last && wildcards == Wildcards::AllowInLast)) return Fail(ERROR_INVALID_NAME, false);
     }

@@ -201,16 +201,23 @@ bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vec
 
 }  // namespace
 
+HANDLE OpenCopySource(LPCWSTR existing) {
+    HANDLE source = CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (source != INVALID_HANDLE_VALUE || LastError() != ERROR_SHARING_VIOLATION) return source;
+    return CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+}
+
 BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                         DWORD flags) {
     if (auto answer = ImageCopyFile(existing, newName, progress, data, cancel, flags)) return *answer;
-    if (existing == nullptr || newName == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (existing == nullptr || newName == nullptr) return Fail(ERROR_PATH_NOT_FOUND, FALSE);
     if (IsCancelled(cancel)) return Fail(ERROR_REQUEST_ABORTED, FALSE);
 
     // A folder cannot be opened without backup semantics, so a folder source fails with
     // ERROR_ACCESS_DENIED here, as CopyFileExW fails for one.
-    ScopedHandle source(CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    ScopedHandle source(OpenCopySource(existing));
     if (!source) return FALSE;
     const auto from = LookupHandleAs<FileObject>(source.get());
     struct stat sourceStatus {};
@@ -219,16 +226,15 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
 
     ResolvedPath resolved;
     if (!Resolve(newName, resolved)) return FALSE;
-    // An existing target is held open for writing without sharing until the copy replaces it: that fails
-    // for a folder, a read-only file or one another handle forbids, and for the source itself (open
-    // without write sharing) before anything is written.
+    // An existing target is held open for writing until the copy replaces it: that fails for a folder, a
+    // read-only file or one another handle forbids, and for the source itself, before anything is written.
     const bool replacing = resolved.exists;
     ScopedHandle held;
     std::string targetHostPath = resolved.hostPath;
     mode_t keptMode = 0;
     if (replacing || resolved.trailingSeparator) {
         if (replacing && (flags & COPY_FILE_FAIL_IF_EXISTS)) return Fail(ERROR_FILE_EXISTS, FALSE);
-        held.reset(CreateFileW(newName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        held.reset(CreateFileW(newName, GENERIC_WRITE, kCopyTargetShare, nullptr, OPEN_EXISTING, 0, nullptr));
         if (!held) return FALSE;
         const auto old = LookupHandleAs<FileObject>(held.get());
         struct stat oldStatus {};

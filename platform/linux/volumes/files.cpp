@@ -67,6 +67,25 @@ bool RegularAfterOpen(int fd) {
 
 DWORD AttributesOf(const ResolvedPath& path) { return HostAttributes(path.hostPath, path.status, path.isRoot()); }
 
+// Whether the path names this process's current folder (an open folder on Windows).
+bool IsCurrentDirectory(LPCWSTR path) {
+    WString full;
+    const DWORD kept = LastError();
+    const bool valid = FullWin32Path(path, full);
+    SetLastErrorCode(kept);
+    if (!valid) return false;
+    WString current = CurrentDirectory();
+    for (WString* text : {&full, &current}) {
+        if (text->size() > 3 && text->back() == '\\') text->pop_back();
+    }
+    return NamesEqualNoCase(full, current);
+}
+
+// Whether the path is in the device namespace (\\.\name).
+bool IsDeviceNamespace(LPCWSTR path) {
+    return path != nullptr && path[0] == '\\' && path[1] == '\\' && path[2] == '.' && path[3] == '\\';
+}
+
 // The error for a missing entry: the last name is missing, so the file is not found.
 DWORD MissingError(const ResolvedPath& path) { return path.trailingSeparator ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND; }
 
@@ -85,8 +104,12 @@ HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD fla
 
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition,
                           DWORD flags, HANDLE /*templateFile*/) {
+    // Truncating is asked for with the generic write right itself, on every volume, before any lookup.
+    if (disposition == TRUNCATE_EXISTING && (access & GENERIC_WRITE) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     if (auto answer = ImageCreateFile(path, access, share, disposition, flags)) return *answer;
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    // A device name that no attached disk or volume answers to names nothing.
+    if (IsDeviceNamespace(path)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
     const DWORD rights = ExpandAccess(access);
@@ -115,8 +138,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
             return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
         const DWORD attributes = AttributesOf(resolved);
         if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
-        if (disposition == TRUNCATE_EXISTING && (rights & FILE_WRITE_DATA) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-        if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & (kWriteRights | DELETE)) || truncates))
+        // A read-only file may be opened for deletion (to be renamed, say), but not deleted by closing it.
+        if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & kWriteRights) || truncates || (flags & FILE_FLAG_DELETE_ON_CLOSE)))
             return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
         // Replacing a hidden or system file needs the same attribute asked for again.
         if (disposition == CREATE_ALWAYS &&
@@ -198,7 +221,7 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPO
     }
     if (read != nullptr) *read = done;
     if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
-    SetLastErrorCode(ERROR_SUCCESS);
+    // Success leaves the last error as it was, at the end of the file as well.
     return TRUE;
 }
 
@@ -209,7 +232,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD writte
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
     if ((object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_NOACCESS, FALSE);
+    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
     off_t offset = overlapped != nullptr
                        ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset)
                        : -1;
@@ -225,8 +248,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD writte
         done += static_cast<DWORD>(count);
     }
     if (written != nullptr) *written = done;
-    SetLastErrorCode(ERROR_SUCCESS);
-    return TRUE;
+    return TRUE;  // the last error untouched, as for a read
 }
 
 BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
@@ -292,10 +314,19 @@ BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* created, const FILETIME* ac
     struct timespec times[2];
     times[0].tv_nsec = UTIME_OMIT;
     times[1].tv_nsec = UTIME_OMIT;
-    if (accessed != nullptr && (accessed->dwLowDateTime | accessed->dwHighDateTime) != 0) times[0] = TimespecFromFileTime(*accessed);
-    if (written != nullptr && (written->dwLowDateTime | written->dwHighDateTime) != 0) times[1] = TimespecFromFileTime(*written);
+    if (const FILETIME* time = TimeToSet(accessed)) times[0] = TimespecFromFileTime(*time);
+    if (const FILETIME* time = TimeToSet(written)) times[1] = TimespecFromFileTime(*time);
     if (futimens(object->fd, times) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
     return TRUE;
+}
+
+const FILETIME* TimeToSet(const FILETIME* time) {
+    if (time == nullptr) return nullptr;
+    const bool zero = (time->dwLowDateTime | time->dwHighDateTime) == 0;
+    // All ones asks Windows to stop updating the time through this handle; the host has no such switch,
+    // so the time is at least not changed by the call.
+    const bool allOnes = time->dwLowDateTime == ~DWORD(0) && time->dwHighDateTime == ~DWORD(0);
+    return zero || allOnes ? nullptr : time;
 }
 
 BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
@@ -368,6 +399,8 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
 }
 
 BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
+    // The process holds its current folder open without sharing deletion, on every volume.
+    if (IsCurrentDirectory(path)) return Fail(ERROR_SHARING_VIOLATION, FALSE);
     if (auto answer = ImageRemoveDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
@@ -418,6 +451,8 @@ BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path) {
 }
 
 DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR* filePart) {
+    // No path at all is answered with 0 and the last error as it was.
+    if (path == nullptr || *path == 0) return 0;
     WString full;
     if (!FullWin32Path(path, full)) return 0;
     if (buffer == nullptr || length < full.size() + 1) return static_cast<DWORD>(full.size() + 1);

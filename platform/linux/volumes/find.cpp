@@ -79,14 +79,27 @@ bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
 }  // namespace
 
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    // A device name is found wherever it is looked for, as one entry that stands for the device, on
+    // every volume and whether or not the folder exists.
+    const WString device = ReservedDeviceOf(LastNameOf(pattern));
+    if (!device.empty() && data != nullptr) {
+        std::memset(data, 0, sizeof *data);
+        data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
+        WStrCopy(data->cFileName, MAX_PATH, device.c_str());
+        HANDLE handle = InsertHandle(std::make_shared<FindObject>());  // nothing more to find
+        SetLastErrorCode(ERROR_SUCCESS);
+        return handle;
+    }
     if (auto answer = ImageFindFirstFile(pattern, data)) return *answer;
     if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     ResolvedPath resolved;
     if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
-    // A pattern that ends in a separator, or names a volume root, has no name part to match.
-    if (resolved.isRoot() || resolved.trailingSeparator) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    // A pattern that ends in a separator, or names a volume root, has no name part to match; the folder
+    // before the separator is missing or found empty of that.
+    if (resolved.isRoot()) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    if (resolved.trailingSeparator) return Fail(resolved.exists ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
 
-    const WString& namePattern = resolved.components.back();
+    const WString namePattern = FindPatternOf(pattern, resolved.components.back());
     const std::string& folder = resolved.hostParent;
     const bool folderIsRoot = resolved.components.size() == 1;
     auto find = std::make_shared<FindObject>();

@@ -21,9 +21,11 @@ WCHAR Mapped(unsigned char byte) { return static_cast<WCHAR>(kMappedBase + byte)
 
 WCHAR AsciiUpper(WCHAR unit) { return unit >= 'a' && unit <= 'z' ? static_cast<WCHAR>(unit - 'a' + 'A') : unit; }
 
+}  // namespace
+
 // Windows takes a name for a device when the part before its first dot, trailing spaces dropped, is one
 // of the device names.
-bool IsReservedDeviceName(const WString& name) {
+WString ReservedDeviceOf(const WString& name) {
     size_t stem = name.find('.');
     if (stem == WString::npos) stem = name.size();
     while (stem > 0 && name[stem - 1] == ' ') --stem;
@@ -31,16 +33,14 @@ bool IsReservedDeviceName(const WString& name) {
     for (size_t i = 0; i < stem; ++i) upper += AsciiUpper(name[i]);
     static const char* const kDevices[] = {"CON", "PRN", "AUX", "NUL"};
     for (const char* device : kDevices) {
-        if (upper == WString(device, device + 3)) return true;
+        if (upper == WString(device, device + 3)) return name.substr(0, stem);
     }
     if (upper.size() == 4 && upper[3] >= '1' && upper[3] <= '9') {
         const WString prefix = upper.substr(0, 3);
-        if (prefix == _T("COM") || prefix == _T("LPT")) return true;
+        if (prefix == _T("COM") || prefix == _T("LPT")) return name.substr(0, stem);
     }
-    return false;
+    return {};
 }
-
-}  // namespace
 
 WString WindowsNameOfHost(const std::string& hostName) {
     WString name;
@@ -62,7 +62,7 @@ WString WindowsNameOfHost(const std::string& hostName) {
         at += length;
     }
     if (!name.empty() && (name.back() == '.' || name.back() == ' ')) name.back() = Mapped(static_cast<unsigned char>(name.back()));
-    if (IsReservedDeviceName(name)) name[0] = Mapped(static_cast<unsigned char>(name[0]));
+    if (!ReservedDeviceOf(name).empty()) name[0] = Mapped(static_cast<unsigned char>(name[0]));
     return name;
 }
 

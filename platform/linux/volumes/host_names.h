@@ -30,4 +30,8 @@ WString WindowsNameOfHost(const std::string& hostName);
 // The host name a Windows name stands for; false when no host name lists under that Windows name.
 bool HostNameOfWindows(const WString& name, std::string& hostName);
 
+// The device a Windows name stands for (CON, PRN, AUX, NUL, COM1-COM9, LPT1-LPT9, in any case, with or
+// without an extension), as written without the extension, or empty when the name is no device's.
+WString ReservedDeviceOf(const WString& name);
+
 }  // namespace vlx

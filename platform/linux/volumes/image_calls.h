@@ -47,5 +47,12 @@ std::optional<BOOL> ImageSetFileSecurity(LPCWSTR path, SECURITY_INFORMATION part
 HANDLE ImageOpenByIndex(HANDLE volumeDevice, ULONGLONG fileIndex, DWORD access, DWORD share);
 // The path of an open file from its volume's root ("\a\b", "\" for the root).
 std::optional<BOOL> ImageFileName(HANDLE file, WString& relative);
+// How both copies (between host folders, and to or from an image) open their two ends, so that a copy is
+// refused and let through by the same open handles on either kind of volume: the source is read without
+// letting others write, unless a writer holds it already and shares reading, as a log file's writer
+// does; the target is written while others who share writing go on reading or writing it. Opening the
+// target fails for the source itself, which no one may write while the copy reads it.
+constexpr DWORD kCopyTargetShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+HANDLE OpenCopySource(LPCWSTR existing);
 
 }  // namespace vlx

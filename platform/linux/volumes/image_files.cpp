@@ -160,8 +160,7 @@ std::optional<BOOL> ImageReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDW
     object->position = offset + done;
     if (read != nullptr) *read = done;
     if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
-    SetLastErrorCode(ERROR_SUCCESS);
-    return TRUE;
+    return TRUE;  // success leaves the last error as it was
 }
 
 std::optional<BOOL> ImageWriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
@@ -175,14 +174,13 @@ std::optional<BOOL> ImageWriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, L
     if (written != nullptr) *written = 0;
     if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
     if ((object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_NOACCESS, FALSE);
+    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
     std::lock_guard lock(object->lock);
     const ULONGLONG offset = OffsetOf(*object, overlapped);
     DWORD done = 0;
     if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Write(offset, buffer, toWrite, done); })) return FALSE;
     object->position = offset + done;
     if (written != nullptr) *written = done;
-    SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
 }
 
@@ -248,7 +246,7 @@ std::optional<BOOL> ImageSetFileTime(HANDLE file, const FILETIME* created, const
     auto object = LookupHandleAs<ImageFileObject>(file);
     if (!object) return std::nullopt;
     if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    return OnFile(*object, [&](VolumeFile& handle) { return handle.SetTimes(created, accessed, written); });
+    return OnFile(*object, [&](VolumeFile& handle) { return handle.SetTimes(TimeToSet(created), TimeToSet(accessed), TimeToSet(written)); });
 }
 
 std::optional<BOOL> ImageGetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
@@ -315,8 +313,8 @@ std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW dat
     if (path.volume->detached) return Fail(ERROR_DEVICE_NOT_CONNECTED, INVALID_HANDLE_VALUE);
     if (!path.volume->engine) return Fail(ERROR_UNRECOGNIZED_VOLUME, INVALID_HANDLE_VALUE);
     // A pattern that ends in a separator, or names a volume root, has no name part to match.
-    if (path.components.empty() || path.trailingSeparator) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
-    const WString namePattern = path.components.back();
+    if (path.components.empty()) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    const WString namePattern = FindPatternOf(pattern, path.components.back());
     VolumePath folder = path.components;
     folder.pop_back();
 
@@ -324,6 +322,11 @@ std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW dat
     {
         std::lock_guard lock(path.volume->engineLock);
         Volume& volume = *path.volume->engine;
+        if (path.trailingSeparator) {
+            // A pattern that ends in a separator has no name part: the folder is missing or holds no such name.
+            VolumeEntry entry;
+            return Fail(volume.Lookup(path.components, entry) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+        }
         if (!path.hasWildcard) {
             VolumeEntry entry;
             if (!volume.Lookup(path.components, entry)) return INVALID_HANDLE_VALUE;
@@ -418,13 +421,12 @@ std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_
     // kind of volume, with the same progress, cancel and clean-up as between host folders.
     auto cancelled = [&] { return cancel != nullptr && *cancel != FALSE; };
     if (cancelled()) return Fail(ERROR_REQUEST_ABORTED, FALSE);
-    ScopedHandle source(CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    ScopedHandle source(OpenCopySource(existing));
     if (!source) return FALSE;
     BY_HANDLE_FILE_INFORMATION info{};
     if (!GetFileInformationByHandle(source.get(), &info)) return FALSE;
     const DWORD carried = info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
-    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, 0, nullptr,
+    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, kCopyTargetShare, nullptr,
                                     (flags & COPY_FILE_FAIL_IF_EXISTS) ? CREATE_NEW : CREATE_ALWAYS, carried, nullptr));
     if (!target) return FALSE;
     auto abandon = [&](DWORD error) {

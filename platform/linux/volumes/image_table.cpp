@@ -141,7 +141,7 @@ ImagePath ResolveImagePath(LPCWSTR path) {
     for (size_t index = 0; index < out.components.size(); ++index) {
         const WString& name = out.components[index];
         for (WCHAR unit : name) {
-            const bool wildcard = unit == '*' || unit == '?';
+            const bool wildcard = HasWildcard(WString(1, unit));
             if (wildcard && index + 1 == out.components.size()) out.hasWildcard = true;
             else if (wildcard || IsInvalidNameUnit(unit)) {
                 out.valid = false;
