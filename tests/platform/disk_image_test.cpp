@@ -123,7 +123,9 @@ TEST_F(DiskImages, DevicesAnswerGeometryPartitionAndExtentQueriesAndReadRawSecto
 
         // Raw reads start at the volume's first byte and go by whole sectors.
         std::string sector(sectorSize, '\0');
+        sys().SetLastError(kJunkError);
         ASSERT_TRUE(sys().ReadFile(volume.get(), sector.data(), sectorSize, &returned, nullptr));
+        EXPECT_EQ(sys().GetLastError(), kJunkError);  // success leaves it alone
         EXPECT_EQ(returned, sectorSize);
         EXPECT_EQ(sector, ReadImageBytes(Image("disk.img"), made.offsets[0], sectorSize));
         EXPECT_EQ(sector.substr(82, 5), "FAT32");

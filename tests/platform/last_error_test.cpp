@@ -196,6 +196,15 @@ TEST_F(LastError, FilesInsideADiskImageAnswerTheSame) {
         EXPECT_EQ(sys().FindFirstFileW(pattern, &data), INVALID_HANDLE_VALUE);
         EXPECT_EQ(sys().GetLastError(), error);
     }
+    ASSERT_TRUE(sys().SetFileAttributesW(_T("N:\\dir\\f.txt"), FILE_ATTRIBUTE_READONLY));
+    file = sys().CreateFileW(_T("N:\\dir\\f.txt"), DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE);
+    sys().CloseHandle(file);
+    sys().SetLastError(kJunkError);
+    EXPECT_EQ(sys().CreateFileW(_T("N:\\dir\\f.txt"), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(sys().GetFileAttributesW(_T("N:\\dir\\f.txt")), DWORD(FILE_ATTRIBUTE_READONLY));
 }
 
 }  // namespace

@@ -152,8 +152,7 @@ BOOL ReadDevice(DeviceObject& device, LPVOID buffer, DWORD toRead, LPDWORD read,
     if (take > 0 && !bytes.Read(position, buffer, take)) return FALSE;
     device.position = position + take;
     if (read != nullptr) *read = take;
-    SetLastErrorCode(ERROR_SUCCESS);
-    return TRUE;
+    return TRUE;  // a read that succeeds leaves the last error as it was
 }
 
 BOOL DeviceControl(DeviceObject& device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned) {

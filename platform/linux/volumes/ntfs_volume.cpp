@@ -128,8 +128,10 @@ public:
             if (folder && (flags & FILE_FLAG_BACKUP_SEMANTICS) == 0) return Fail(ERROR_ACCESS_DENIED, Result());
             if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, Result());
             const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-            constexpr DWORD kChanges = FILE_WRITE_DATA | FILE_APPEND_DATA | DELETE;
-            if ((info.attributes & FILE_ATTRIBUTE_READONLY) && ((access & kChanges) || truncates))
+            // A read-only file opens for deletion (to be renamed, say) but is never deleted on close.
+            constexpr DWORD kChanges = FILE_WRITE_DATA | FILE_APPEND_DATA;
+            if ((info.attributes & FILE_ATTRIBUTE_READONLY) &&
+                ((access & kChanges) || truncates || (flags & FILE_FLAG_DELETE_ON_CLOSE)))
                 return Fail(ERROR_ACCESS_DENIED, Result());
             if (folder && truncates) return Fail(ERROR_ACCESS_DENIED, Result());
             if (!Done(engine_->Open(text, file))) return Result();
