@@ -105,10 +105,12 @@ TEST_F(LastError, SuccessfulReadsAndWritesLeaveTheLastErrorAlone) {
 
 TEST_F(LastError, TheCurrentFolderCannotBeRemoved) {
     MakeFolder("here/inner");
+    // The same folder by another name: a link on the way to it.
+    std::filesystem::create_directory_symlink(Host("here"), Host("alias"));
     WCHAR before[MAX_PATH];
     ASSERT_GT(sys().GetCurrentDirectoryW(MAX_PATH, before), 0u);
     ASSERT_TRUE(sys().SetCurrentDirectoryW(Win("here\\inner")));
-    for (const char* path : {"T:\\here\\inner", "t:\\HERE\\inner\\", "."}) {
+    for (const char* path : {"T:\\here\\inner", "t:\\HERE\\inner\\", ".", "T:\\alias\\inner"}) {
         sys().SetLastError(kJunkError);
         EXPECT_FALSE(sys().RemoveDirectoryW(W(path))) << path;
         EXPECT_EQ(sys().GetLastError(), DWORD(ERROR_SHARING_VIOLATION)) << path;

@@ -81,6 +81,18 @@ bool IsCurrentDirectory(LPCWSTR path) {
     return NamesEqualNoCase(full, current);
 }
 
+// Whether a folder of a host volume is the current folder itself, reached by whatever name: Windows holds
+// the folder open, not its path.
+bool IsCurrentFolderObject(const struct stat& status) {
+    const DWORD kept = LastError();
+    const WString current = CurrentDirectory();
+    ResolvedPath resolved;
+    struct stat folder {};
+    const bool found = Resolve(current.c_str(), resolved) && resolved.exists && stat(resolved.hostPath.c_str(), &folder) == 0;
+    SetLastErrorCode(kept);
+    return found && folder.st_dev == status.st_dev && folder.st_ino == status.st_ino;
+}
+
 // Whether the path is in the device namespace (\\.\name).
 bool IsDeviceNamespace(LPCWSTR path) {
     return path != nullptr && path[0] == '\\' && path[1] == '\\' && path[2] == '.' && path[3] == '\\';
@@ -412,6 +424,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
         if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
         return TRUE;
     }
+    if (IsCurrentFolderObject(resolved.status)) return Fail(ERROR_SHARING_VIOLATION, FALSE);
     if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
         return FALSE;
