@@ -131,6 +131,10 @@ void InstallTerminalResponder() {
                 question += " for good?";
                 return AskYesNo(question);
             }
+            case vlx::DialogKind::ShellCopyError:
+                std::fprintf(stderr, "velmora copy: cannot copy %s to %s: %s\n", Printable(request.source.c_str()).c_str(),
+                             Printable(request.target.c_str()).c_str(), ErrorWords(request.error).c_str());
+                return IDOK;
         }
         return vlx::kDialogCannotBeShown;
     });

@@ -39,6 +39,8 @@ enum class DialogKind {
     TaskDialog,        // taskDialog holds the whole configuration
     ShellReplaceFile,  // the shell found target in the way of source: replace it?
     ShellDelete,       // the shell is about to delete target (and itemCount - 1 more entries) for good
+    ShellCopyError,    // the shell could not copy source to target for the reason error; the copy stops
+                       // once the message is closed (not shown with FOF_NOERRORUI)
 };
 
 struct DialogRequest {
@@ -48,6 +50,7 @@ struct DialogRequest {
     WString source;
     WString target;
     size_t itemCount = 0;
+    DWORD error = 0;
 };
 
 // The answer: for a task dialog the identifier of the button pressed (IDCANCEL when it was closed without

@@ -428,6 +428,24 @@ TEST_F(ShellPlatform, CopyFailsWhenAFolderCannotBeListed) {
     EXPECT_EQ(Run(FO_COPY, {"locked\\*.*"}, {"dst2"}, FOF_NOCONFIRMATION), ERROR_ACCESS_DENIED);
 }
 
+TEST_F(ShellPlatform, NamesTheEntryItCouldNotCopyUnlessToldToShowNoErrors) {
+    WriteFile("src/a.txt", "a");
+    ASSERT_EQ(mkfifo(Host("src/pipe").c_str(), 0600), 0);
+    std::vector<std::string> shown;
+    ScopedResponder user([&](const vlx::DialogRequest& request) {
+        EXPECT_EQ(request.kind, vlx::DialogKind::ShellCopyError);
+        shown.push_back(U(request.source.c_str()) + " > " + U(request.target.c_str()) + " " + std::to_string(request.error));
+        return IDOK;
+    });
+    const int result = Run(FO_COPY, {"src"}, {"dst"}, FOF_NOCONFIRMATION);
+    EXPECT_NE(result, 0);
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0], "T:\\src\\pipe > T:\\dst\\pipe " + std::to_string(result));
+    shown.clear();
+    EXPECT_EQ(Run(FO_COPY, {"src"}, {"dst2"}, FOF_NOCONFIRMATION | FOF_NOERRORUI), result);
+    EXPECT_TRUE(shown.empty());
+}
+
 TEST_F(ShellPlatform, DeletesForGoodAfterAskingButNotThroughLinks) {
     WriteFile("tree/a.txt", "a");
     WriteFile("tree/sub/ro.txt", "r");

@@ -173,6 +173,22 @@ DWORD CALLBACK ReportChunk(LARGE_INTEGER total, LARGE_INTEGER transferred, LARGE
 
 int CopyFolder(const ShellRun& run, const WString& source, const WString& target);
 
+// Shows the shell's message about an entry it could not copy, naming the entry and the reason, unless
+// the caller asked for no error messages; the copy stops with the error either way.
+int CopyFailed(const ShellRun& run, const WString& source, const WString& target, DWORD error) {
+    if ((run.flags & FOF_NOERRORUI) == 0) {
+        DialogRequest request;
+        request.kind = DialogKind::ShellCopyError;
+        request.owner = run.owner;
+        request.source = source;
+        request.target = target;
+        request.itemCount = 1;
+        request.error = error;
+        AskDialog(request);
+    }
+    return static_cast<int>(error);
+}
+
 int CopyOneFile(const ShellRun& run, const WString& source, const WString& target) {
     DWORD attributes;
     if (Exists(target, attributes)) {
@@ -198,7 +214,7 @@ int CopyOneFile(const ShellRun& run, const WString& source, const WString& targe
     }
     ShellProgressObserver observer = (run.flags & FOF_SILENT) ? ShellProgressObserver() : CurrentProgressObserver();
     if (!observer) {
-        if (!CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0)) return static_cast<int>(LastError());
+        if (!CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0)) return CopyFailed(run, source, target, LastError());
         return 0;
     }
     ShellCopyProgress progress;
@@ -206,7 +222,7 @@ int CopyOneFile(const ShellRun& run, const WString& source, const WString& targe
     progress.target = target;
     ProgressContext context{observer, progress};
     observer(progress);
-    if (!CopyFileExW(source.c_str(), target.c_str(), ReportChunk, &context, nullptr, 0)) return static_cast<int>(LastError());
+    if (!CopyFileExW(source.c_str(), target.c_str(), ReportChunk, &context, nullptr, 0)) return CopyFailed(run, source, target, LastError());
     return 0;
 }
 
@@ -228,7 +244,7 @@ int CopyFolder(const ShellRun& run, const WString& source, const WString& target
     int code = 0;
     // A folder link is followed as the folder it leads to; a loop of links ends when the paths outgrow
     // MAX_PATH and the copy fails with that error, as a folder too deep to list does.
-    if (!Expand(Join(source, _T("*")), false, children, wildcard, code)) return code;
+    if (!Expand(Join(source, _T("*")), false, children, wildcard, code)) return CopyFailed(run, source, target, static_cast<DWORD>(code));
     for (const Item& child : children) {
         if (const int result = CopyItem(run, child, Join(target, NameOf(child.path)))) return result;
     }
