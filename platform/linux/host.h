@@ -169,3 +169,9 @@ bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
 void OverrideElevation(int elevated);
 
 }  // namespace vlx
+
+// ---- Shadow copies of image volumes (the built-in vssapi.dll makes them).
+namespace vlx {
+// Copies alive in the process, each reachable as \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN.
+size_t ShadowCopyCount();
+}  // namespace vlx

@@ -1255,3 +1255,8 @@ static_assert(sizeof(RETRIEVAL_POINTERS_BUFFER) == 32, "RETRIEVAL_POINTERS_BUFFE
 #define FILE_PERSISTENT_ACLS 0x00000008
 #define FILE_FILE_COMPRESSION 0x00000010
 #define FILE_SUPPORTS_HARD_LINKS 0x00400000
+
+// ---- Volume snapshots: waits on the shadow copy service's asynchronous operations.
+#ifndef INFINITE
+#define INFINITE 0xFFFFFFFFUL
+#endif
