@@ -125,3 +125,12 @@ echo "The sectors F:\\sample.bin reports, read straight from the image, are the 
 "$velmora" --disk "$disk:EF" sectors 'F:\sample.bin' | awk '/^  [0-9]/ {sub(/\+/, "", $2); print $1, $2}' |
   while read -r start count; do dd if="$disk" bs=512 skip="$start" count="$count" status=none; done |
   head -c 200000 | cmp - "$work/sample.bin" && echo "identical"
+# ---- Volume snapshots: a file another program holds open without sharing, copied out of a shadow copy
+# of its volume while it stays locked. Shadow copies need root, as they need an administrator on Windows.
+echo
+echo "Volume snapshots: a locked file on E: copied out of a shadow copy of the volume"
+printf 'ledger: 42 entries, balanced\n' > "$work/data/ledger.txt"
+show --map "D=$work/data" --disk "$disk:EF" copy 'D:\ledger.txt' 'E:\'
+show --disk "$disk:EF" snapshot E: --copy 'E:\ledger.txt' "$work/ledger-copy.txt" --hold
+(cmp -s "$work/data/ledger.txt" "$work/ledger-copy.txt" && echo "the copy equals the locked file") ||
+  echo "(no copy: shadow copies need root)"

@@ -27,6 +27,10 @@ protected:
         const auto volumes = vlx::DiskVolumes(image_->Number());
         ASSERT_EQ(volumes.size(), 1u);
         volumeName_ = U(volumes[0].volumeName.c_str());
+        // The name a caller finds for the letter, as on Windows.
+        WCHAR name[MAX_PATH] = {};
+        ASSERT_TRUE(sys().GetVolumeNameForVolumeMountPointW(_T("E:\\"), name, MAX_PATH));
+        EXPECT_EQ(U(name), volumeName_);
     }
     void TearDown() override {
         CloseVssBackUp();
