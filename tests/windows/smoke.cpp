@@ -356,6 +356,27 @@ void RawVolumeAccess(HMODULE module) {
     DeleteFileW(file);
 }
 
+// Volume snapshots. Wine has no shadow copy service: InitializeVssBackUp fails at whichever step its
+// vssapi.dll refuses, writing nothing to the caller's outputs; with no copy VssOpenFile gives null, and
+// CloseVssBackUp tolerates the partial state, twice.
+void VolumeSnapshots(HMODULE module) {
+    auto initialize = EXPORT(module, InitializeVssBackUp);
+    auto open = EXPORT(module, VssOpenFile);
+    auto close = EXPORT(module, CloseVssBackUp);
+    if (!initialize || !open || !close) return;
+    const bool apartment = SUCCEEDED(CoInitialize(nullptr));
+    wchar_t device[MAX_PATH] = L"untouched";
+    GUID id = {};
+    const GUID zero = {};
+    Check(initialize(L"C:", 5, device, &id) == 0 && std::wcscmp(device, L"untouched") == 0 && std::memcmp(&id, &zero, sizeof id) == 0,
+          "InitializeVssBackUp fails cleanly without a shadow copy service, outputs untouched");
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "VssOpenFile gives null without a copy");
+    close();
+    close();
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "CloseVssBackUp twice after a failed initialisation");
+    if (apartment) CoUninitialize();
+}
+
 int wmain(int argc, wchar_t** argv) {
     const wchar_t* dll = argc > 1 ? argv[1] : L"Velmora.dll";
     HMODULE module = LoadLibraryW(dll);
@@ -384,6 +405,7 @@ int wmain(int argc, wchar_t** argv) {
     WimImages(module);
     ShellArchives(module);
     RawVolumeAccess(module);
+    VolumeSnapshots(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);
