@@ -125,6 +125,14 @@ echo "The sectors F:\\sample.bin reports, read straight from the image, are the 
 "$velmora" --disk "$disk:EF" sectors 'F:\sample.bin' | awk '/^  [0-9]/ {sub(/\+/, "", $2); print $1, $2}' |
   while read -r start count; do dd if="$disk" bs=512 skip="$start" count="$count" status=none; done |
   head -c 200000 | cmp - "$work/sample.bin" && echo "identical"
+echo
+echo "NTFS keeps a whole security descriptor per file: D:\\docs\\readme.txt's access list copied onto"
+echo "E:\\pics\\photo.jpg, then from there onto E:\\pics\\movie.bin, both inside the image"
+chmod 640 "$work/data/docs/readme.txt"
+show --disk "$disk:EF" acl get 'E:\pics\movie.bin'
+show --map "D=$work/data" --disk "$disk:EF" acl copy 'D:\docs\readme.txt' 'E:\pics\photo.jpg' --dacl
+show --disk "$disk:EF" acl copy 'E:\pics\photo.jpg' 'E:\pics\movie.bin' --dacl
+show --disk "$disk:EF" acl get 'E:\pics\movie.bin'
 # ---- Volume snapshots: a file another program holds open without sharing, copied out of a shadow copy
 # of its volume while it stays locked. Shadow copies need root, as they need an administrator on Windows.
 echo

@@ -140,7 +140,7 @@ TEST_F(DiskSectors, NothingIsMeasuredWithoutElevationOrOnOtherVolumes) {
     EXPECT_EQ(Locate(_T("F:\\a")).result, 0);  // FAT16
     WriteFile("host.txt", "on a host folder");
     EXPECT_EQ(Locate(Win("host.txt")).result, 0);
-    vlx::OverrideElevation(0);
+    vlx::SetProcessToken(vlx::TokenKind::StandardUser);
     EXPECT_EQ(Locate(_T("E:\\a")).result, 0);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "support/scripted_files.h"
+#include "support/disk_images.h"
 #include "support/volume_fixture.h"
 
 namespace {
@@ -119,6 +120,27 @@ TEST_F(DriveLetterOnHost, NothingChangesWithoutAVolumeOrWithoutElevation) {
     EXPECT_EQ(pauses_, 0);
     EXPECT_EQ(vlx::DriveRoot('P'), Real("one"));
     EXPECT_EQ(vlx::DriveRoot('Q'), "");
+}
+
+
+TEST_F(DriveLetterOnHost, AVolumeOfADiskImageMovesAsAnyOtherDoes) {
+    MakeDiskImage(Host("disk.img"), 512, "dos", 44, {{"fat32", 40}});
+    AttachedImage disk(Host("disk.img"), "E");
+    ASSERT_GE(disk.Number(), 0) << disk.Error();
+    WCHAR before[MAX_PATH] = {}, after[MAX_PATH] = {};
+    ASSERT_TRUE(sys().GetVolumeNameForVolumeMountPointW(_T("E:\\"), before, MAX_PATH));
+    EXPECT_EQ(ChangeDriveLetter('E', 'Q'), 1);
+    ASSERT_TRUE(sys().GetVolumeNameForVolumeMountPointW(_T("Q:\\"), after, MAX_PATH));
+    EXPECT_EQ(U(before), U(after));
+    EXPECT_EQ(U(after), U(vlx::DiskVolumes(disk.Number()).at(0).volumeName.c_str()));
+    EXPECT_FALSE(sys().GetVolumeNameForVolumeMountPointW(_T("E:\\"), before, MAX_PATH));
+    WCHAR fileSystem[16] = {};
+    EXPECT_TRUE(sys().GetVolumeInformationW(_T("Q:\\"), nullptr, 0, nullptr, nullptr, nullptr, fileSystem, 16));
+    EXPECT_EQ(U(fileSystem), "FAT32");
+    // A host folder stands at P:, so the image's volume goes back to Q:.
+    EXPECT_EQ(ChangeDriveLetter('Q', 'P'), 0);
+    EXPECT_EQ(vlx::DiskVolumes(disk.Number()).at(0).letter, 'Q');
+    EXPECT_EQ(vlx::DriveRoot('P'), Real("one"));
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 // GetAccessInfo, SetAccessInfo and CopySecurityInfo on a scripted platform: the information sets and masks
 // passed, the blocks (malloc'd for the caller, zero-filled local memory inside the copy), the privileges
-// asked for and the token closed on every path; then the same exports over the Linux platform's token.
+// asked for and the token closed on every path; then the same exports over the Linux platform's token,
+// on host folders and on the NTFS and FAT volumes of a disk image.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 
+#include "../platform/linux/services/security_descriptor.h"
+#include "support/disk_images.h"
 #include "support/scripted_files.h"
 
 namespace {
@@ -319,6 +322,124 @@ TEST_F(SecurityOnHost, TheAccessListAloneIsCopiedAndThePrivilegesStayEnabled) {
     ASSERT_EQ(stat(Host("dst").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0751u);
     std::free(block);
+}
+
+
+// ---- On the volumes of a disk image: NTFS keeps whole descriptors, FAT keeps none.
+
+class SecurityOnImage : public SecurityOnHost {
+protected:
+    void SetUp() override {
+        SecurityOnHost::SetUp();
+        vlx::SetProcessToken(vlx::TokenKind::Elevated);
+        disk_ = MakeDiskImage(Host("disk.img"), 512, "dos", 64, {{"ntfs", 16}, {"fat32", 40}});
+    }
+    static void Create(LPCWSTR path) {
+        HANDLE file = sys().CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE) << U(path) << " " << sys().GetLastError();
+        sys().CloseHandle(file);
+    }
+    // The parts a mask selects, as the platform hands them out; empty when the read fails.
+    static std::vector<BYTE> Parts(LPCWSTR path, SECURITY_INFORMATION mask) {
+        DWORD needed = 0;
+        sys().GetFileSecurityW(path, mask, nullptr, 0, &needed);
+        std::vector<BYTE> block(needed);
+        if (needed == 0 || !sys().GetFileSecurityW(path, mask, block.data(), needed, &needed)) return {};
+        return block;
+    }
+    static std::string Sddl(LPCWSTR path, SECURITY_INFORMATION mask) {
+        std::vector<BYTE> block = Parts(path, mask);
+        if (block.empty()) return "error " + std::to_string(sys().GetLastError());
+        return WStrToUtf8(vlx::SecurityDescriptorToSddl(block.data()));
+    }
+    static vlx::Ace Entry(BYTE type, ACCESS_MASK mask, const char* sid) { return vlx::Ace{type, 0, mask, vlx::SidFromText(sid), {}}; }
+    static bool Write(LPCWSTR path, SECURITY_INFORMATION mask, const vlx::Descriptor& parts) {
+        std::vector<BYTE> block = vlx::SelfRelative(parts);
+        return sys().SetFileSecurityW(path, mask, block.data()) != FALSE;
+    }
+    // Reading and writing audit lists needs the security privilege enabled.
+    static void EnableSecurityPrivilege() {
+        HANDLE token = nullptr;
+        ASSERT_TRUE(sys().OpenProcessToken(sys().GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token));
+        TOKEN_PRIVILEGES privileges{};
+        privileges.PrivilegeCount = 1;
+        privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+        EXPECT_TRUE(sys().LookupPrivilegeValueW(nullptr, SE_SECURITY_NAME, &privileges.Privileges[0].Luid));
+        EXPECT_TRUE(sys().AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+        sys().CloseHandle(token);
+    }
+    static constexpr SECURITY_INFORMATION kAll =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION;
+    MadeDisk disk_;
+};
+
+TEST_F(SecurityOnImage, NtfsDescriptorsRoundTripAndOnlyTheAccessListIsCopied) {
+    {
+        AttachedImage disk(Host("disk.img"), "NF");
+        ASSERT_GE(disk.Number(), 0) << disk.Error();
+        Create(u"N:\\source");
+        Create(u"N:\\target");
+        // The source gets an access list of its own; the target an owner and group of its own.
+        vlx::Descriptor access;
+        access.control = SE_DACL_PROTECTED;
+        access.daclPresent = true;
+        access.dacl = vlx::Acl{ACL_REVISION,
+                               {Entry(ACCESS_DENIED_ACE_TYPE, FILE_ALL_ACCESS, "S-1-5-7"),
+                                Entry(ACCESS_ALLOWED_ACE_TYPE, FILE_GENERIC_READ, "S-1-1-0"),
+                                Entry(ACCESS_ALLOWED_ACE_TYPE, FILE_ALL_ACCESS, "S-1-5-32-544")}};
+        ASSERT_TRUE(Write(u"N:\\source", DACL_SECURITY_INFORMATION, access));
+        vlx::Descriptor owners;
+        owners.owner = vlx::SidFromText("S-1-5-18");
+        owners.group = vlx::SidFromText("S-1-5-32-545");
+        ASSERT_TRUE(Write(u"N:\\target", OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION, owners));
+        EnableSecurityPrivilege();
+        vlx::Descriptor audit;
+        audit.saclPresent = true;
+        audit.sacl = vlx::Acl{ACL_REVISION, {vlx::Ace{SYSTEM_AUDIT_ACE_TYPE, FAILED_ACCESS_ACE_FLAG, FILE_WRITE_DATA,
+                                                       vlx::SidFromText("S-1-1-0"), {}}}};
+        ASSERT_TRUE(Write(u"N:\\target", SACL_SECURITY_INFORMATION, audit));
+        const std::string ownerBefore = Sddl(u"N:\\target", OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION);
+        const std::vector<BYTE> auditBefore = Parts(u"N:\\target", SACL_SECURITY_INFORMATION);
+        EXPECT_EQ(ownerBefore, "O:SYG:BU");
+        EXPECT_EQ(Sddl(u"N:\\target", SACL_SECURITY_INFORMATION), "S:(AU;FA;0x2;;;WD)");
+
+        EXPECT_EQ(CopySecurityInfo(_T("N:\\source"), _T("N:\\target"), 0, 0, 1, 0), 1);
+        EXPECT_EQ(Sddl(u"N:\\target", DACL_SECURITY_INFORMATION), Sddl(u"N:\\source", DACL_SECURITY_INFORMATION));
+        EXPECT_EQ(Sddl(u"N:\\target", DACL_SECURITY_INFORMATION), "D:P(D;;FA;;;AN)(A;;FR;;;WD)(A;;FA;;;BA)");
+        EXPECT_EQ(Sddl(u"N:\\target", OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION), ownerBefore);
+        EXPECT_EQ(Parts(u"N:\\target", SACL_SECURITY_INFORMATION), auditBefore);
+
+        // The whole descriptor read and written back leaves the stored bytes as they were.
+        const std::vector<BYTE> whole = Parts(u"N:\\target", kAll);
+        ASSERT_FALSE(whole.empty());
+        PSECURITY_DESCRIPTOR block = nullptr;
+        DWORD reserved = 0;
+        ASSERT_EQ(GetAccessInfo(_T("N:\\target"), &block, &reserved), 1);
+        EXPECT_EQ(SetAccessInfo(_T("N:\\target"), block), 1);
+        std::free(block);
+        EXPECT_EQ(Parts(u"N:\\target", kAll), whole);
+    }
+    // And so they are after the image was detached and attached again.
+    AttachedImage again(Host("disk.img"), "N");
+    EXPECT_EQ(Sddl(u"N:\\target", OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION),
+              "O:SYG:BUD:P(D;;FA;;;AN)(A;;FR;;;WD)(A;;FA;;;BA)");
+    EXPECT_EQ(Sddl(u"N:\\missing", DACL_SECURITY_INFORMATION), "error " + std::to_string(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(SecurityOnImage, FatGivesEveryoneEverythingAndKeepsNothing) {
+    WriteFile("plain.txt", "p");
+    CopyIntoFat(Host("disk.img"), disk_.offsets[1], Host("plain.txt"), "/plain.txt");
+    AttachedImage disk(Host("disk.img"), "NF");
+    ASSERT_GE(disk.Number(), 0) << disk.Error();
+    EXPECT_EQ(Sddl(u"F:\\plain.txt", OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION),
+              "O:WDG:WDD:NO_ACCESS_CONTROL");
+    vlx::Descriptor denied;
+    denied.daclPresent = true;
+    denied.dacl = vlx::Acl{ACL_REVISION, {Entry(ACCESS_DENIED_ACE_TYPE, FILE_ALL_ACCESS, "S-1-1-0")}};
+    EXPECT_TRUE(Write(u"F:\\plain.txt", DACL_SECURITY_INFORMATION, denied));
+    EXPECT_FALSE(Write(u"F:\\absent.txt", DACL_SECURITY_INFORMATION, denied));
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(Sddl(u"F:\\plain.txt", DACL_SECURITY_INFORMATION), "D:NO_ACCESS_CONTROL");
 }
 
 }  // namespace

@@ -112,7 +112,8 @@ namespace vlx {
 
 // The token the process runs with: an elevated administrator's (backup, restore, security and
 // take-ownership held, not yet enabled), a standard user's (none of them), or the one the process's own
-// user gives (root is elevated). Resets every adjustment made since.
+// user gives (root is elevated). Resets every adjustment made since. Devices (\\.\X:, \\.\PhysicalDriveN)
+// open, and drive letters change, only for an elevated token, as on Windows.
 enum class TokenKind { Elevated, StandardUser, AsProcessRuns };
 void SetProcessToken(TokenKind kind);
 
@@ -164,9 +165,6 @@ bool DetachDisk(int diskNumber);
 std::vector<AttachedVolumeInfo> DiskVolumes(int diskNumber);
 // Gives an attached volume a drive letter, or takes it away with letter 0.
 bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
-// Devices (\\.\X:, \\.\PhysicalDriveN) open only for an elevated process, which on Linux is root. Tests
-// that run as root can play an unelevated process: 0 not elevated, 1 elevated, -1 ask the process again.
-void OverrideElevation(int elevated);
 
 }  // namespace vlx
 

@@ -1018,6 +1018,8 @@ typedef struct _SID {
     DWORD SubAuthority[1];
 } SID;
 #define SID_REVISION 1
+#define SECURITY_WORLD_SID_AUTHORITY {0, 0, 0, 0, 0, 1}
+#define SECURITY_WORLD_RID 0x00000000L
 #define SID_MAX_SUB_AUTHORITIES 15
 typedef struct _ACL {
     BYTE AclRevision;

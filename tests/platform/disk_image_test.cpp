@@ -174,13 +174,13 @@ TEST_F(DiskImages, DevicesNeedAnElevatedProcessAndAnAttachedDisk) {
         {_T("\\\\.\\PhysicalDrive3"), 1, ERROR_FILE_NOT_FOUND}, {_T("\\\\.\\T:"), 1, ERROR_FILE_NOT_FOUND},
     };
     for (const Row& row : rows) {
-        vlx::OverrideElevation(row.elevated);
+        vlx::SetProcessToken(row.elevated ? vlx::TokenKind::Elevated : vlx::TokenKind::StandardUser);
         sys().SetLastError(kJunkError);
         UniqueHandle device(OpenDevice(row.path));
         EXPECT_EQ(static_cast<bool>(device), row.error == ERROR_SUCCESS) << U(row.path);
         EXPECT_EQ(sys().GetLastError(), row.error) << U(row.path);
     }
-    vlx::OverrideElevation(1);
+    vlx::SetProcessToken(vlx::TokenKind::Elevated);
     // A handle kept across the detach fails from then on.
     UniqueHandle volume(OpenDevice(_T("\\\\.\\E:")));
     disk.Detach();

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include "../../platform/linux/services/security_descriptor.h"
-#include "../../platform/linux/volumes/volume_security.h"
 #include "../support/volume_fixture.h"
 
 namespace {
@@ -276,55 +275,6 @@ TEST(SecurityDescriptorForms, AbsoluteAndSelfRelativeFormsReadAlikeAndPrintAsWin
     EXPECT_EQ(vlx::SelfRelative(read), relative);
     EXPECT_EQ(vlx::SidToText(vlx::SidFromText("S-1-22-2-4294967295")), "S-1-22-2-4294967295");
     EXPECT_TRUE(vlx::SidFromText("S-1-22-x").empty());
-}
-
-}  // namespace
-
-namespace {
-
-// A kind of volume that keeps whole descriptors of its own, as an NTFS image does.
-class KeptDescriptors : public vlx::VolumeSecurity {
-public:
-    bool active = false;
-    std::vector<BYTE> kept;
-    SECURITY_INFORMATION lastMask = 0;
-    bool Covers(LPCWSTR path) override { return active && U(path).rfind("I:\\", 0) == 0; }
-    bool Read(LPCWSTR, SECURITY_INFORMATION requested, std::vector<BYTE>& out) override {
-        lastMask = requested;
-        out = kept;
-        return true;
-    }
-    bool Write(LPCWSTR, SECURITY_INFORMATION parts, const vlx::Descriptor& descriptor) override {
-        lastMask = parts;
-        kept = vlx::SelfRelative(descriptor);
-        return true;
-    }
-};
-
-TEST(VolumeSecurity, AVolumeThatKeepsDescriptorsAnswersBehindTheSameChecks) {
-    static KeptDescriptors kind;
-    static const bool registered = (vlx::RegisterVolumeSecurity(&kind), true);
-    (void)registered;
-    kind.active = true;
-    vlx::Descriptor parts;
-    parts.owner = vlx::SidFromText("S-1-5-32-544");
-    parts.daclPresent = true;
-    parts.dacl = vlx::Acl{ACL_REVISION, {vlx::Ace{ACCESS_DENIED_ACE_TYPE, 0, FILE_WRITE_DATA, vlx::SidFromText("S-1-1-0"), {}}}};
-    std::vector<BYTE> block = vlx::SelfRelative(parts);
-    ASSERT_TRUE(sys().SetFileSecurityW(u"I:\\file", OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, block.data()));
-    EXPECT_EQ(kind.lastMask, static_cast<DWORD>(OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION));
-    DWORD needed = 0;
-    EXPECT_FALSE(sys().GetFileSecurityW(u"I:\\file", DACL_SECURITY_INFORMATION, nullptr, 0, &needed));
-    EXPECT_EQ(needed, block.size());
-    std::vector<BYTE> read(needed);
-    EXPECT_TRUE(sys().GetFileSecurityW(u"I:\\file", DACL_SECURITY_INFORMATION, read.data(), needed, &needed));
-    EXPECT_EQ(read, block);
-    // The audit list stays behind the privilege whatever the volume.
-    vlx::SetProcessToken(vlx::TokenKind::StandardUser);
-    EXPECT_FALSE(sys().GetFileSecurityW(u"I:\\file", SACL_SECURITY_INFORMATION, nullptr, 0, &needed));
-    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_PRIVILEGE_NOT_HELD));
-    vlx::SetProcessToken(vlx::TokenKind::AsProcessRuns);
-    kind.active = false;
 }
 
 }  // namespace

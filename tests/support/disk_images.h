@@ -117,10 +117,10 @@ public:
         options.sectorSize = sectorSize;
         options.letters = WStrFromUtf8(letters);
         number_ = vlx::AttachDiskImage(image, options, &error_);
-        vlx::OverrideElevation(1);
+        vlx::SetProcessToken(vlx::TokenKind::Elevated);
     }
     ~AttachedImage() {
-        vlx::OverrideElevation(-1);
+        vlx::SetProcessToken(vlx::TokenKind::AsProcessRuns);
         if (number_ >= 0) vlx::DetachDisk(number_);
     }
     AttachedImage(const AttachedImage&) = delete;

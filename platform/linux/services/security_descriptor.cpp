@@ -94,6 +94,13 @@ ULONGLONG SidAuthority(const SidBytes& sid) {
     return authority;
 }
 
+SidBytes EveryoneSid() {
+    const SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};
+    ULONGLONG authority = 0;
+    for (BYTE byte : world.Value) authority = (authority << 8) | byte;
+    return MakeSid(authority, {SECURITY_WORLD_RID});
+}
+
 std::vector<DWORD> SidSubAuthorities(const SidBytes& sid) {
     std::vector<DWORD> subs(sid[1]);
     for (size_t at = 0; at < subs.size(); ++at) subs[at] = Load<DWORD>(sid.data() + kSidHeader + 4 * at);

@@ -16,6 +16,8 @@ namespace vlx {
 using SidBytes = std::vector<BYTE>;
 
 SidBytes MakeSid(ULONGLONG authority, const std::vector<DWORD>& subAuthorities);
+// S-1-1-0, Everyone.
+SidBytes EveryoneSid();
 // "S-1-5-32-544" and back; the parse gives an empty result for text that is not a SID.
 std::string SidToText(const SidBytes& sid);
 SidBytes SidFromText(const std::string& text);

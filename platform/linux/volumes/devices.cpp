@@ -4,23 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 
 #include "../core/table.h"
+#include "../services/token.h"
 #include "device_object.h"
 #include "image_calls.h"
 
 namespace vlx {
 
 namespace {
-
-std::atomic<int> g_elevationOverride{-1};
-
-bool ProcessIsElevated() {
-    const int forced = g_elevationOverride.load();
-    return forced >= 0 ? forced != 0 : geteuid() == 0;
-}
 
 // Copies a name into a caller's buffer of size units; false with ERROR_BAD_LENGTH when it does not fit.
 bool CopyOut(const WString& text, LPWSTR buffer, DWORD size) {
@@ -121,8 +114,6 @@ PARTITION_INFORMATION_EX PartitionOf(const AttachedDisk& disk, const ImageVolume
 }
 
 }  // namespace
-
-void OverrideElevation(int elevated) { g_elevationOverride = elevated; }
 
 bool DeviceObject::Gone() const { return disk->detached || (volume && volume->detached); }
 ULONGLONG DeviceObject::Start() const { return volume ? volume->placement.startingOffset : 0; }

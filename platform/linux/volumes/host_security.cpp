@@ -34,7 +34,8 @@
 #include "../core/internal.h"
 #include "../core/table.h"
 #include "../services/token.h"
-#include "volume_security.h"
+#include "../services/security_descriptor.h"
+#include "image_calls.h"
 
 namespace vlx {
 
@@ -43,28 +44,12 @@ namespace {
 constexpr ULONGLONG kUnixAuthority = 22;  // S-1-22-1-uid users, S-1-22-2-gid groups
 constexpr DWORD kUnixUsers = 1;
 constexpr DWORD kUnixGroups = 2;
-constexpr ULONGLONG kWorldAuthority = 1;  // S-1-1-0 Everyone
 constexpr SECURITY_INFORMATION kLabelAndAttributes =
     LABEL_SECURITY_INFORMATION | ATTRIBUTE_SECURITY_INFORMATION | BACKUP_SECURITY_INFORMATION;
 constexpr BYTE kResourceAttributeAceType = 0x12;
 
-std::mutex g_kindsLock;
-std::vector<VolumeSecurity*>& Kinds() {
-    static std::vector<VolumeSecurity*> kinds;
-    return kinds;
-}
-
-VolumeSecurity* KindFor(LPCWSTR path) {
-    std::lock_guard lock(g_kindsLock);
-    for (VolumeSecurity* kind : Kinds()) {
-        if (kind->Covers(path)) return kind;
-    }
-    return nullptr;
-}
-
 SidBytes UserSid(uid_t uid) { return MakeSid(kUnixAuthority, {kUnixUsers, static_cast<DWORD>(uid)}); }
 SidBytes GroupSid(gid_t gid) { return MakeSid(kUnixAuthority, {kUnixGroups, static_cast<DWORD>(gid)}); }
-SidBytes Everyone() { return MakeSid(kWorldAuthority, {0}); }
 
 // The id inside an S-1-22-<kind>-<id> SID; false for any other SID.
 bool UnixId(const SidBytes& sid, DWORD kind, DWORD& id) {
@@ -185,7 +170,7 @@ Descriptor HostDescriptor(const std::string& host, const struct stat& status, SE
         // With an ACL the mode's group bits are its mask; the owning group's own bits are in the ACL.
         add(GroupSid(status.st_gid), RightsFromBits(named.present ? named.groupObject & named.mask : (status.st_mode >> 3) & 7, folder));
         for (const auto& [gid, bits] : named.groups) add(GroupSid(gid), RightsFromBits(bits & named.mask, folder));
-        add(Everyone(), RightsFromBits(status.st_mode & 7, folder));
+        add(EveryoneSid(), RightsFromBits(status.st_mode & 7, folder));
         out.daclPresent = true;
         out.dacl = std::move(acl);
         out.control |= SE_DACL_PROTECTED;
@@ -224,7 +209,7 @@ bool FromAccessList(const Descriptor& descriptor, const SidBytes& owner, const S
         out.mode |= 0777;  // a null list: everyone may do everything
         return true;
     }
-    const SidBytes everyone = Everyone();
+    const SidBytes everyone = EveryoneSid();
     for (const Ace& ace : descriptor.dacl->aces) {
         if (ace.flags & INHERIT_ONLY_ACE) continue;  // for children only, and a host folder hands nothing down
         if (ace.type != ACCESS_ALLOWED_ACE_TYPE) return Fail(ERROR_NOT_SUPPORTED, false);
@@ -312,19 +297,14 @@ bool HostWrite(LPCWSTR path, SECURITY_INFORMATION parts, const Descriptor& descr
 
 }  // namespace
 
-void RegisterVolumeSecurity(VolumeSecurity* kind) {
-    std::lock_guard lock(g_kindsLock);
-    Kinds().push_back(kind);
-}
-
 BOOL WINAPI GetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor, DWORD length,
                              LPDWORD needed) {
     if (path == nullptr || needed == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if ((requested & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME))
         return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
     std::vector<BYTE> block;
-    VolumeSecurity* kind = KindFor(path);
-    if (!(kind != nullptr ? kind->Read(path, requested, block) : HostRead(path, requested, block))) return FALSE;
+    const std::optional<BOOL> onImage = ImageGetFileSecurity(path, requested, block);
+    if (!(onImage ? *onImage != FALSE : HostRead(path, requested, block))) return FALSE;
     *needed = static_cast<DWORD>(block.size());
     if (descriptor == nullptr || length < block.size()) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
     std::memcpy(descriptor, block.data(), block.size());
@@ -336,8 +316,8 @@ BOOL WINAPI SetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY
     if ((parts & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME)) return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
     Descriptor parsed;
     if (!ParseDescriptor(descriptor, parsed)) return Fail(ERROR_INVALID_SECURITY_DESCR, FALSE);
-    VolumeSecurity* kind = KindFor(path);
-    return (kind != nullptr ? kind->Write(path, parts, parsed) : HostWrite(path, parts, parsed)) ? TRUE : FALSE;
+    if (auto onImage = ImageSetFileSecurity(path, parts, SelfRelative(parsed))) return *onImage;
+    return HostWrite(path, parts, parsed) ? TRUE : FALSE;
 }
 
 }  // namespace vlx

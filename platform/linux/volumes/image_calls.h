@@ -7,6 +7,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "../../win32.h"
 
@@ -35,5 +36,8 @@ std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD 
 std::optional<BOOL> ImageFindNextFileName(HANDLE find, LPDWORD length, PWSTR name);
 std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                                   DWORD flags);
+// The selected parts of a file's descriptor as one self-relative block, and the write of them.
+std::optional<BOOL> ImageGetFileSecurity(LPCWSTR path, SECURITY_INFORMATION requested, std::vector<BYTE>& block);
+std::optional<BOOL> ImageSetFileSecurity(LPCWSTR path, SECURITY_INFORMATION parts, const std::vector<BYTE>& selfRelative);
 
 }  // namespace vlx

@@ -169,6 +169,15 @@ public:
     bool NameOfIndex(ULONGLONG fileIndex, WString& relative) override {
         return Done(engine_->PathOfReference(fileIndex, relative));
     }
+    bool GetSecurity(const VolumePath& path, SECURITY_INFORMATION selection, std::vector<BYTE>& selfRelative) override {
+        std::shared_ptr<ntfs::File> file;
+        return Done(engine_->Open(EnginePath(path), file)) && Done(file->GetSecurity(selection, selfRelative));
+    }
+    bool SetSecurity(const VolumePath& path, SECURITY_INFORMATION selection, const std::vector<BYTE>& selfRelative) override {
+        std::shared_ptr<ntfs::File> file;
+        return Done(engine_->Open(EnginePath(path), file)) &&
+               Done(file->SetSecurity(selection, selfRelative.data(), static_cast<DWORD>(selfRelative.size())));
+    }
     // Detach writes everything the engine holds back into the image.
     bool Flush() override { return Done(engine_->Detach()); }
     // The copy is consistent because the live records are written out first, and stays so because every

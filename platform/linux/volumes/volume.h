@@ -115,6 +115,11 @@ public:
         returned = 0;
         return Fail(ERROR_INVALID_FUNCTION, false);
     }
+    // The parts of the entry's security descriptor that selection (OWNER_, GROUP_, DACL_, SACL_ and
+    // LABEL_SECURITY_INFORMATION) names, as one self-relative block; and the write of those parts from a
+    // self-relative block, the others left as they are. A kind without security keeps the defaults below.
+    virtual bool GetSecurity(const VolumePath& path, SECURITY_INFORMATION selection, std::vector<BYTE>& selfRelative);
+    virtual bool SetSecurity(const VolumePath& path, SECURITY_INFORMATION selection, const std::vector<BYTE>& selfRelative);
     // Writes everything held in memory to the image; detach calls it last.
     virtual bool Flush() { return true; }
     // A shadow copy: a read-only volume that keeps what this one holds now, reading through store (made
