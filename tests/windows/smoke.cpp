@@ -357,23 +357,25 @@ void RawVolumeAccess(HMODULE module) {
 }
 
 // Volume snapshots. Wine has no shadow copy service: InitializeVssBackUp fails at whichever step its
-// vssapi.dll refuses, writing nothing to the caller's outputs; with no copy VssOpenFile gives null, and
-// CloseVssBackUp tolerates the partial state, twice.
+// vssapi.dll refuses, writing nothing to the caller's outputs, and with no copy VssOpenFile gives null.
+// CloseVssBackUp is checked in the empty state, twice; after the failed initialisation it would hand the
+// (empty) properties to Wine's VssFreeSnapshotPropertiesInternal, an unimplemented stub that raises, so
+// the smoke run leaves that close out where Windows needs it.
 void VolumeSnapshots(HMODULE module) {
     auto initialize = EXPORT(module, InitializeVssBackUp);
     auto open = EXPORT(module, VssOpenFile);
     auto close = EXPORT(module, CloseVssBackUp);
     if (!initialize || !open || !close) return;
+    close();
+    close();
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "CloseVssBackUp twice with nothing held; VssOpenFile gives null");
     const bool apartment = SUCCEEDED(CoInitialize(nullptr));
     wchar_t device[MAX_PATH] = L"untouched";
     GUID id = {};
     const GUID zero = {};
     Check(initialize(L"C:", 5, device, &id) == 0 && std::wcscmp(device, L"untouched") == 0 && std::memcmp(&id, &zero, sizeof id) == 0,
           "InitializeVssBackUp fails cleanly without a shadow copy service, outputs untouched");
-    Check(open(L"C:\\windows\\win.ini") == nullptr, "VssOpenFile gives null without a copy");
-    close();
-    close();
-    Check(open(L"C:\\windows\\win.ini") == nullptr, "CloseVssBackUp twice after a failed initialisation");
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "VssOpenFile gives null after the failed initialisation");
     if (apartment) CoUninitialize();
 }
 
