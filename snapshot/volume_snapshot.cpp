@@ -11,7 +11,8 @@ namespace {
 
 VssSnapshotState g_state = {};
 
-const VSS_ID kNoSnapshot = {};
+// GUID_NULL: no snapshot named by the caller, and as provider, the platform's choice.
+const VSS_ID kNullGuid = {};
 
 // The one asynchronous step: wait for it to end, let it go whatever the wait said, and report the wait.
 HRESULT WaitAndRelease(IVssAsync* async) {
@@ -54,9 +55,9 @@ BOOL InitializeFromCleanReferences(LPCWSTR volume, DWORD backupType, LPWSTR devi
         volumeName[length + 1] = 0;
     }
 
-    VSS_ID localSnapshotId = kNoSnapshot;
-    if (snapshotId == nullptr || std::memcmp(snapshotId, &kNoSnapshot, sizeof kNoSnapshot) == 0) {
-        if (FAILED(backup->AddToSnapshotSet(volumeName, kNoSnapshot, &localSnapshotId))) return FALSE;
+    VSS_ID localSnapshotId = kNullGuid;
+    if (snapshotId == nullptr || std::memcmp(snapshotId, &kNullGuid, sizeof kNullGuid) == 0) {
+        if (FAILED(backup->AddToSnapshotSet(volumeName, kNullGuid, &localSnapshotId))) return FALSE;
     } else {
         std::memcpy(&localSnapshotId, snapshotId, sizeof localSnapshotId);
     }
