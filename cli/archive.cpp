@@ -7,6 +7,7 @@
 
 #include "../platform/api.h"
 #include "command.h"
+#include "messages.h"
 
 namespace cli {
 
@@ -22,21 +23,6 @@ void DrawBar(int percent) {
     std::fflush(stdout);
 }
 
-// What each detail code of CompressToZip means, for the message of a failure.
-const char* CompressFailure(int code) {
-    switch (code) {
-        case -1: return "the source does not exist";
-        case -2: return "the source is an empty folder";
-        case -3: return "no archive path";
-        case -4: return "the archive could not be created";
-        case -5: return "the empty archive could not be written";
-        case -6: return "the shell is not available";
-        case -7: return "the archive is not a zip folder";
-        case -8: return "the shell refused the copy";
-        case -9: return "the shell did not release the archive (it may be incomplete)";
-        default: return "unknown detail code";
-    }
-}
 
 // ---- zip
 
@@ -73,7 +59,7 @@ int RunZip(const std::vector<std::string>& args) {
     watcher.join();
     if (done) DrawBar(100);
     if (drawn || done) std::printf("\n");
-    if (!done) return Fail(kZip, std::string(CompressFailure(code)) + " (detail code " + std::to_string(code) + ")");
+    if (!done) return Fail(kZip, CodeWords(CodeSource::CompressToZip, code));
     return kExitOk;
 }
 

@@ -1,5 +1,5 @@
-// velmora copy, mkdir and rmdir: the copy engine on the terminal, with a progress bar drawn from the
-// library's progress messages, the overwrite question asked on the terminal and Ctrl-C as the cancel flag.
+// velmora copy, mkdir and rmdir: the copy engine on the terminal, with a progress line fed by the file
+// copies the library makes, the overwrite questions asked on the terminal and Ctrl-C as the cancel flag.
 #include <signal.h>
 #include <unistd.h>
 
@@ -8,8 +8,10 @@
 #include <iostream>
 
 #include "../platform/api.h"
+#include "../platform/api_patch.h"
 #include "../platform/linux/host.h"
 #include "command.h"
+#include "progress.h"
 #include "report.h"
 
 namespace cli {
@@ -32,29 +34,33 @@ std::string ButtonLabel(LPCWSTR text, char& key) {
     return WStrToUtf8(label);
 }
 
-// One line from the terminal; false at the end of input, which closes a dialog as Esc would.
+// One line from the terminal; false at the end of input, which closes a dialog as Esc would. The
+// question goes to standard error with the progress line, which it interrupts.
 bool ReadAnswer(std::string& line) {
     std::fflush(stdout);
+    std::fflush(stderr);
     if (!std::getline(std::cin, line)) return false;
     while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
+    // Typed answers echo themselves; piped ones are shown, so that a log reads as a conversation.
+    if (!isatty(STDIN_FILENO)) std::fprintf(stderr, "%s\n", line.c_str());
     return true;
 }
 
 int AskTaskDialog(const TASKDIALOGCONFIG& config) {
-    std::printf("\n== %s\n", config.pszWindowTitle ? Printable(config.pszWindowTitle).c_str() : "");
-    if (config.pszMainInstruction && *config.pszMainInstruction) std::printf("%s\n", Printable(config.pszMainInstruction).c_str());
-    if (config.pszContent) std::printf("%s\n", Printable(config.pszContent).c_str());
+    std::fprintf(stderr, "\n== %s\n", config.pszWindowTitle ? Printable(config.pszWindowTitle).c_str() : "");
+    if (config.pszMainInstruction && *config.pszMainInstruction) std::fprintf(stderr, "%s\n", Printable(config.pszMainInstruction).c_str());
+    if (config.pszContent) std::fprintf(stderr, "%s\n", Printable(config.pszContent).c_str());
     std::vector<char> keys(config.cButtons);
     for (UINT i = 0; i < config.cButtons; ++i) {
         const std::string label = ButtonLabel(config.pButtons[i].pszButtonText, keys[i]);
         const bool isDefault = config.nDefaultButton == config.pButtons[i].nButtonID || (config.nDefaultButton == 0 && i == 0);
-        std::printf("  %u) %s%s\n", i + 1, label.c_str(), isDefault ? "  (default)" : "");
+        std::fprintf(stderr, "  %u) %s%s\n", i + 1, label.c_str(), isDefault ? "  (default)" : "");
     }
     for (;;) {
-        std::printf("choose 1-%u, a key, Enter for the default, or end the input to close: ", config.cButtons);
+        std::fprintf(stderr, "choose 1-%u, a key, Enter for the default, or end the input to close: ", config.cButtons);
         std::string line;
         if (!ReadAnswer(line)) {
-            std::printf("\n");
+            std::fprintf(stderr, "\n");
             return IDCANCEL;
         }
         if (line.empty() && config.cButtons > 0) {
@@ -70,17 +76,44 @@ int AskTaskDialog(const TASKDIALOGCONFIG& config) {
     }
 }
 
-int AskYesNoCancel(const std::string& question, bool offerCancel) {
+// What the user said for every file to come, as the shell's own replace dialog offers: 0 until then.
+int g_replaceForAll = 0;
+// Files the user chose to keep at the shell's question, for the summary.
+size_t g_keptTargets = 0;
+
+int AskReplace(const std::string& question) {
+    if (g_replaceForAll != 0) {
+        if (g_replaceForAll == IDNO) ++g_keptTargets;
+        return g_replaceForAll;
+    }
     for (;;) {
-        std::printf("%s %s ", question.c_str(), offerCancel ? "[y]es / [n]o / [c]ancel:" : "[y]es / [n]o:");
+        std::fprintf(stderr, "%s\n  [y]es, [n]o, yes to [a]ll, no to all ([s]kip all), [c]ancel: ", question.c_str());
         std::string line;
         if (!ReadAnswer(line)) {
-            std::printf("\n");
+            std::fprintf(stderr, "\n");
             return IDCANCEL;
         }
         if (line == "y" || line == "yes") return IDYES;
-        if (line == "n" || line == "no") return offerCancel ? IDNO : IDCANCEL;
-        if (offerCancel && (line == "c" || line == "cancel")) return IDCANCEL;
+        if (line == "a" || line == "all" || line == "yes to all") return g_replaceForAll = IDYES;
+        if (line == "n" || line == "no" || line == "s" || line == "skip all" || line == "no to all") {
+            if (line != "n" && line != "no") g_replaceForAll = IDNO;
+            ++g_keptTargets;
+            return IDNO;
+        }
+        if (line == "c" || line == "cancel") return IDCANCEL;
+    }
+}
+
+int AskYesNo(const std::string& question) {
+    for (;;) {
+        std::fprintf(stderr, "%s [y]es / [n]o: ", question.c_str());
+        std::string line;
+        if (!ReadAnswer(line)) {
+            std::fprintf(stderr, "\n");
+            return IDCANCEL;
+        }
+        if (line == "y" || line == "yes") return IDYES;
+        if (line == "n" || line == "no") return IDCANCEL;
     }
 }
 
@@ -89,96 +122,133 @@ void InstallTerminalResponder() {
         switch (request.kind) {
             case vlx::DialogKind::TaskDialog: return AskTaskDialog(*request.taskDialog);
             case vlx::DialogKind::ShellReplaceFile:
-            {
-                std::string question = "\n";
-                question += Printable(request.target.c_str());
-                question += " exists. Replace it with ";
-                question += Printable(request.source.c_str());
-                question += "?";
-                return AskYesNoCancel(question, true);
-            }
+                return AskReplace("\n" + Printable(request.target.c_str()) + " exists. Replace it with " +
+                                  Printable(request.source.c_str()) + "?");
             case vlx::DialogKind::ShellDelete: {
                 std::string question = "Delete ";
                 question += Printable(request.target.c_str());
                 if (request.itemCount > 1) question += " and " + std::to_string(request.itemCount - 1) + " more";
                 question += " for good?";
-                return AskYesNoCancel(question, false);
+                return AskYesNo(question);
             }
         }
         return vlx::kDialogCannotBeShown;
     });
 }
 
-// ---- The progress bar: a window of our own that draws what the library sends it.
+// ---- What a copy has done so far, fed by the file copies under it and drawn as the progress line.
 
-constexpr LPCWSTR kBarClass = _T("VelmoraTerminalProgress");
-constexpr int kBarWidth = 40;
+struct CopyTally {
+    explicit CopyTally(ProgressLine::Mode mode) : line(mode, "copied") {}
+    ProgressLine line;
+    uint64_t files = 0;     // files copied in full
+    uint64_t bytes = 0;     // their bytes
+    std::string current;    // the file being copied
 
-struct BarState {
-    int low = 0;
-    int high = 100;
-    int position = 0;
-    bool lineOpen = false;  // a bar is drawn on the current line
-    bool full = false;      // the bar on the line reached the top: the file is done
-    int filesDone = 0;
+    void Start(const std::string& name) {
+        current = name;
+        line.SetCurrent(name);
+        line.Update(files, bytes, true);
+    }
+    void Chunk(uint64_t done) { line.Update(files, bytes + done); }
+    void Done(uint64_t size) {
+        ++files;
+        bytes += size;
+        line.Update(files, bytes);
+    }
 };
-BarState g_bar;
 
-// One line per file: redrawn in place as the position moves, ended when it reaches the top (the library
-// sends the top twice for a file, once from the copy's last chunk and once when the copy returned).
-void DrawBar() {
-    const int span = g_bar.high > g_bar.low ? g_bar.high - g_bar.low : 1;
-    const int percent = (g_bar.position - g_bar.low) * 100 / span;
-    if (g_bar.full && percent >= 100) return;
-    g_bar.full = percent >= 100;
-    const int filled = (percent < 0 ? 0 : percent > 100 ? 100 : percent) * kBarWidth / 100;
-    std::printf("\r  [%s%s] %3d%%", std::string(static_cast<size_t>(filled), '#').c_str(),
-                std::string(static_cast<size_t>(kBarWidth - filled), ' ').c_str(), percent);
-    g_bar.lineOpen = true;
-    if (g_bar.full) {
-        ++g_bar.filesDone;
-        std::printf("  file %d\n", g_bar.filesDone);
-        g_bar.lineOpen = false;
-    }
-    std::fflush(stdout);
-}
-
-LRESULT CALLBACK BarProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-    switch (message) {
-        case PBM_SETRANGE:
-            g_bar.low = LOWORD(lParam);
-            g_bar.high = HIWORD(lParam);
-            return 0;
-        case PBM_SETPOS: {
-            const int previous = g_bar.position;
-            g_bar.position = static_cast<int>(wParam);
-            DrawBar();
-            return previous;
+// Files and bytes under the sources, for the totals of the progress line; a filter leaves files out as
+// the copy does.
+void MeasureSources(const std::vector<CString>& sources, const CString& filter, CopyTally& tally) {
+    ULONGLONG files = 0, folders = 0, bytes = 0;
+    for (const CString& source : sources) {
+        if (GetPathIsFileOrFolder(source) == 2) {
+            GetFileCountInFolder(source, &files, &folders, &bytes, nullptr, filter, nullptr);
+        } else {
+            ULONGLONG length = 0;
+            if (GetFileLength(source, &length) == 1) {
+                ++files;
+                bytes += length;
+            }
         }
-        case PBM_GETPOS:
-            return g_bar.position;
-        default:
-            return sys().DefWindowProcW(window, message, wParam, lParam);
     }
+    tally.line.SetTotals(files, bytes);
 }
 
-// The bar window for the length of one command, wrapped as the CProgressCtrl the library draws into.
-class TerminalBar {
+// The direct copy's file copies, watched: each one's name and bytes go to the tally and the library's own
+// progress routine still gets every call.
+class DirectCopyFeed {
 public:
-    TerminalBar() {
-        WNDCLASSW windowClass{};
-        windowClass.lpfnWndProc = BarProc;
-        windowClass.lpszClassName = kBarClass;
-        sys().RegisterClassW(&windowClass);
-        control_.Attach(sys().CreateWindowExW(0, kBarClass, _T(""), 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr));
+    explicit DirectCopyFeed(CopyTally& tally)
+        : tally_(tally),
+          patch_([this](LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel, DWORD flags) {
+              Relay relay{progress, data, &tally_};
+              tally_.Start(Printable(existing));
+              const BOOL copied = patch_.Original()(existing, newName, RelayChunk, &relay, cancel, flags);
+              const DWORD code = sys().GetLastError();
+              if (copied) tally_.Done(relay.size);
+              sys().SetLastError(code);
+              return copied;
+          }) {}
+
+private:
+    struct Relay {
+        LPPROGRESS_ROUTINE routine;
+        LPVOID data;
+        CopyTally* tally;
+        uint64_t size = 0;
+    };
+    static DWORD CALLBACK RelayChunk(LARGE_INTEGER total, LARGE_INTEGER transferred, LARGE_INTEGER streamSize,
+                                     LARGE_INTEGER streamTransferred, DWORD stream, DWORD reason, HANDLE from, HANDLE to,
+                                     LPVOID data) {
+        Relay& relay = *static_cast<Relay*>(data);
+        relay.size = static_cast<uint64_t>(total.QuadPart);
+        relay.tally->Chunk(static_cast<uint64_t>(transferred.QuadPart));
+        if (relay.routine == nullptr) return PROGRESS_CONTINUE;
+        return relay.routine(total, transferred, streamSize, streamTransferred, stream, reason, from, to, relay.data);
     }
-    ~TerminalBar() {
-        if (g_bar.lineOpen) std::printf("\n");
-        control_.DestroyWindow();
-        sys().UnregisterClassW(kBarClass, nullptr);
+
+    CopyTally& tally_;
+    ApiPatch<&Win32Api::CopyFileExW> patch_;
+};
+
+// The shell's progress window for the length of a shell copy, drawn as the progress line.
+class ShellCopyFeed {
+public:
+    explicit ShellCopyFeed(CopyTally& tally) : tally_(&tally) {
+        vlx::SetShellProgressObserver([&tally, this](const vlx::ShellCopyProgress& progress) {
+            if (progress.source != source_) {
+                if (!source_.empty() && pendingSize_ == pendingDone_) tally.Done(pendingSize_);
+                source_ = progress.source;
+                tally.Start(Printable(progress.source.c_str()));
+            }
+            pendingSize_ = progress.fileBytes;
+            pendingDone_ = progress.fileDone;
+            tally.Chunk(progress.fileDone);
+        });
     }
-    TerminalBar(const TerminalBar&) = delete;
-    TerminalBar& operator=(const TerminalBar&) = delete;
+    ~ShellCopyFeed() {
+        vlx::SetShellProgressObserver(nullptr);
+        if (!source_.empty() && pendingSize_ == pendingDone_) tally_->Done(pendingSize_);
+    }
+    ShellCopyFeed(const ShellCopyFeed&) = delete;
+    ShellCopyFeed& operator=(const ShellCopyFeed&) = delete;
+
+private:
+    CopyTally* tally_ = nullptr;
+    WString source_;
+    ULONGLONG pendingSize_ = 0, pendingDone_ = 0;
+};
+
+// The window the library draws each file's percentage into, wrapped as the CProgressCtrl it takes; the
+// progress line is drawn from the copies themselves, which also tell the file and the bytes.
+class QuietBar {
+public:
+    QuietBar() { control_.Attach(sys().CreateWindowExW(0, PROGRESS_CLASSW, _T(""), 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr)); }
+    ~QuietBar() { control_.DestroyWindow(); }
+    QuietBar(const QuietBar&) = delete;
+    QuietBar& operator=(const QuietBar&) = delete;
     CProgressCtrl* control() { return control_.GetSafeHwnd() != nullptr ? &control_ : nullptr; }
 
 private:
@@ -205,41 +275,56 @@ int RunCopy(const std::vector<std::string>& args);
 
 const Command kCopy = {
     "copy",
-    "copy files and folder trees, directly with a progress bar or through the shell",
-    "copy [--filter .EXT.EXT] SRC DST\n"
-    "       copy --shell [--with-folder-name] [--full-path] [--direct-limit BYTES] [--silent] SRC DST\n"
-    "       copy [--with-folder-name] [--full-path] [--silent] SRC SRC... DST\n"
-    "  One source is copied file by file into the folder DST, each file's progress drawn as a bar; Ctrl-C\n"
-    "  cancels the file being copied and the ones after it. --filter copies only files ending in one of\n"
-    "  the extensions. --shell hands the copy to the shell: folders are copied with their contents,\n"
-    "  --with-folder-name into DST\\NAME, --full-path into DST\\ the source's whole path; single files up to\n"
-    "  --direct-limit bytes (default 0) are copied directly, asking before replacing one; --silent asks\n"
-    "  nothing and replaces. Several sources go to the shell in one operation.\n"
+    "copy files and folder trees, directly or through the shell, showing the progress",
+    "copy [--quiet] [--filter .EXT.EXT] SRC DST\n"
+    "       copy --shell [--quiet] [--with-folder-name] [--full-path] [--direct-limit BYTES] [--silent] SRC DST\n"
+    "       copy [--quiet] [--with-folder-name] [--full-path] [--silent] SRC SRC... DST\n"
+    "  One source is copied file by file into the folder DST; Ctrl-C cancels the file being copied and the\n"
+    "  ones after it. --filter copies only files ending in one of the extensions. --shell hands the copy to\n"
+    "  the shell: folders are copied with their contents, --with-folder-name into DST\\NAME, --full-path\n"
+    "  into DST\\ the source's whole path; single files up to --direct-limit bytes (default 0) are copied\n"
+    "  directly, asking before replacing one; --silent asks nothing, replaces and shows no progress.\n"
+    "  Several sources go to the shell in one operation. When the shell asks before replacing a file, it\n"
+    "  offers yes, no, yes to all, no to all and cancel; files kept at the question are no failure.\n"
+    "  The progress line on standard error shows the current file, files and bytes done of the total, the\n"
+    "  rate and the time left; plain lines when standard error is no terminal; nothing with --quiet.\n"
     "  A folder is never copied into itself or into a folder inside it. Every entry the copy could not\n"
     "  list or copy is named with the reason, and the exit status is then 1.",
     RunCopy,
 };
 
-// Why a shell copy stopped: the library's own detail codes are negative, the rest are the shell's.
-std::string StopWords(int code) {
-    if (code < 0) return "detail code " + std::to_string(code);
-    return ErrorWords(static_cast<DWORD>(code));
+// The end of a shell copy in words: done (files kept at the question are no failure), or why it stopped.
+int ReportShellCopy(BOOL copied, int code, CodeSource source, const CString& firstSource) {
+    if (g_keptTargets > 0)
+        std::printf("kept %zu existing %s, as answered\n", g_keptTargets, g_keptTargets == 1 ? "file" : "files");
+    if (copied) return kExitOk;
+    // The direct way of one file: the user chose skip, or closed the question.
+    if (source == CodeSource::CopyFilesEx && code == ERROR_ALREADY_EXISTS) {
+        std::printf("kept the existing copy of %s, as answered\n", Printable(firstSource).c_str());
+        return kExitOk;
+    }
+    if (code == ERROR_CANCELLED || (source == CodeSource::CopyFilesEx && code == -1)) return Fail(kCopy, "cancelled: the files after that point were not copied");
+    return Fail(kCopy, "the copy stopped: " + CodeWords(source, code));
 }
 
 int RunCopy(const std::vector<std::string>& args) {
     std::vector<std::string> paths;
     std::string filter;
-    bool shell = false, withFolderName = false, fullPath = false, silent = false, haveFilter = false, haveLimit = false;
+    bool shell = false, withFolderName = false, fullPath = false, silent = false, haveFilter = false, haveLimit = false, quiet = false;
     ULONGLONG directLimit = 0;
     for (size_t at = 0; at < args.size(); ++at) {
         const std::string& arg = args[at];
-        if (arg == "--filter" && at + 1 < args.size()) {
-            filter = args[++at];
-            haveFilter = true;
-        } else if (arg == "--direct-limit" && at + 1 < args.size()) {
+        const bool hasValue = at + 1 < args.size();
+        if (arg == "--filter" || arg == "--direct-limit") {
+            if (!hasValue) return UsageError(kCopy, arg + " needs a value");
+            if (arg == "--filter") {
+                filter = args[++at];
+                haveFilter = true;
+                continue;
+            }
             char* end = nullptr;
             directLimit = std::strtoull(args[++at].c_str(), &end, 10);
-            if (end == nullptr || *end != 0 || args[at].empty()) return UsageError(kCopy, "--direct-limit needs a byte count");
+            if (end == nullptr || *end != 0 || args[at].empty() || args[at][0] == '-') return UsageError(kCopy, "--direct-limit needs a byte count");
             haveLimit = true;
         } else if (arg == "--shell") {
             shell = true;
@@ -249,6 +334,8 @@ int RunCopy(const std::vector<std::string>& args) {
             fullPath = true;
         } else if (arg == "--silent") {
             silent = true;
+        } else if (arg == "--quiet" || arg == "-q") {
+            quiet = true;
         } else if (arg.size() > 1 && arg[0] == '-' && arg[1] == '-') {
             return UsageError(kCopy, "unknown option '" + arg + "'");
         } else {
@@ -274,23 +361,36 @@ int RunCopy(const std::vector<std::string>& args) {
         if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && InsideSource(source, destination))
             return Fail(kCopy, "cannot copy " + Printable(source) + " into " + Printable(destination) + ", inside itself");
     }
+    // Every way copies into a folder: a file there would fail each in its own words, none of them clear.
+    const DWORD destinationAttributes = sys().GetFileAttributesW(destination);
+    if (destinationAttributes != INVALID_FILE_ATTRIBUTES && (destinationAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+        return Fail(kCopy, "cannot copy into " + Printable(destination) + ": it is a file, and the destination must be a folder");
+
+    const ProgressLine::Mode mode = ProgressLine::ModeFor(quiet || (silent && (shell || multiple)));
+    CopyTally tally(mode);
+    if (mode != ProgressLine::Mode::Quiet) MeasureSources(sources, CString(WStrFromUtf8(filter).c_str()), tally);
     if (multiple) {
         CStringArray array;
         for (const CString& source : sources) array.Add(source);
         int code = 0;
-        if (!CopyFilesMultiEx(&array, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, &code, nullptr))
-            return Fail(kCopy, "the copy stopped: " + StopWords(code));
-        return kExitOk;
+        BOOL copied = FALSE;
+        {
+            ShellCopyFeed feed(tally);
+            copied = CopyFilesMultiEx(&array, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, &code, nullptr);
+        }
+        tally.line.Finish();
+        return ReportShellCopy(copied, code, CodeSource::CopyFilesMultiEx, sources[0]);
     }
     const CString& source = sources[0];
     if (shell) {
         int code = 0;
-        if (!CopyFilesEx(source, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, directLimit, &code, nullptr)) {
-            if (code == ERROR_ALREADY_EXISTS) return Fail(kCopy, "skipped: the target exists");
-            if (code == -1) return Fail(kCopy, "cancelled");
-            return Fail(kCopy, "the copy stopped: " + StopWords(code));
+        BOOL copied = FALSE;
+        {
+            ShellCopyFeed feed(tally);
+            copied = CopyFilesEx(source, destination, silent ? 1 : 0, 0, withFolderName ? 1 : 0, fullPath ? 1 : 0, directLimit, &code, nullptr);
         }
-        return kExitOk;
+        tally.line.Finish();
+        return ReportShellCopy(copied, code, CodeSource::CopyFilesEx, source);
     }
 
     CatchInterrupt();
@@ -298,17 +398,19 @@ int RunCopy(const std::vector<std::string>& args) {
     // The copy passes over what it cannot list or copy and goes on; the watch names each such entry.
     FailureWatch watch(FailureWatch::kListing | FailureWatch::kCopying);
     {
-        TerminalBar bar;
+        DirectCopyFeed feed(tally);
+        QuietBar bar;
         copied = CopyFilesNoneShell(source, destination, &g_cancel, bar.control(), CString(WStrFromUtf8(filter).c_str()));
     }
+    tally.line.Finish();
     signal(SIGINT, SIG_DFL);
-    if (__atomic_load_n(&g_cancel, __ATOMIC_RELAXED)) return Fail(kCopy, "cancelled");
+    if (__atomic_load_n(&g_cancel, __ATOMIC_RELAXED)) return Fail(kCopy, "cancelled: the files after that point were not copied");
     const bool complete = watch.Report(kCopy);
     if (!complete) return Fail(kCopy, "the copy is incomplete: " + std::to_string(watch.failures().size()) + " entries above were not copied");
     // The export's own result is that of the last file copied straight into the top folder; with nothing
     // failed on the way it only matters for a single file.
     const bool sourceIsFolder = (sys().GetFileAttributesW(source) & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (!copied && !sourceIsFolder) return Fail(kCopy, "cannot copy " + Printable(source));
+    if (!copied && !sourceIsFolder) return Fail(kCopy, "cannot copy " + Printable(source) + ": " + ErrorWords(sys().GetLastError()));
     return kExitOk;
 }
 
@@ -337,10 +439,25 @@ const Command kRmdir = {
 int RunMkdir(const std::vector<std::string>& args) {
     if (args.size() != 1) return UsageError(kMkdir, "one path is needed");
     const CString path = LibraryPath(args[0]);
-    if (!CreateFolders(path)) return Fail(kMkdir, "cannot make " + Printable(path));
+    // The export's result says only that a level could not be made; the reason is that of the folder
+    // creation that failed.
+    DWORD error = ERROR_SUCCESS;
+    BOOL made = FALSE;
+    {
+        ApiPatch<&Win32Api::CreateDirectoryW> watch([&error, &watch](LPCWSTR folder, LPSECURITY_ATTRIBUTES security) {
+            const BOOL created = watch.Original()(folder, security);
+            const DWORD code = sys().GetLastError();
+            if (!created && code != ERROR_ALREADY_EXISTS) error = code;
+            sys().SetLastError(code);
+            return created;
+        });
+        made = CreateFolders(path);
+    }
     const DWORD attributes = sys().GetFileAttributesW(path);
-    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-        return Fail(kMkdir, "the parent exists but " + Printable(path) + " is no folder");
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+        return Fail(kMkdir, "cannot make " + Printable(path) + ": a file of that name is in the way");
+    if (!made || attributes == INVALID_FILE_ATTRIBUTES)
+        return Fail(kMkdir, "cannot make " + Printable(path) + ": " + ErrorWords(error == ERROR_SUCCESS ? ERROR_PATH_NOT_FOUND : error));
     return kExitOk;
 }
 

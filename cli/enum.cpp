@@ -7,7 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "../platform/api_patch.h"
 #include "command.h"
+#include "json.h"
+#include "progress.h"
 #include "report.h"
 
 namespace cli {
@@ -17,26 +20,6 @@ namespace {
 // ---- shared
 
 bool IsFolder(const CString& path) { return GetPathIsFileOrFolder(path) == 2; }
-
-// Columns on a terminal: CJK and full-width forms take two.
-size_t DisplayWidth(const std::string& utf8) {
-    const WString text = WStrFromUtf8(utf8);
-    size_t width = 0;
-    for (WCHAR unit : text) {
-        if (unit >= 0xDC00 && unit <= 0xDFFF) continue;  // second half of a pair: counted with the first
-        const bool wide = (unit >= 0x1100 && unit <= 0x115F) || (unit >= 0x2E80 && unit <= 0xA4CF) ||
-                          (unit >= 0xAC00 && unit <= 0xD7A3) || (unit >= 0xF900 && unit <= 0xFAFF) ||
-                          (unit >= 0xFF00 && unit <= 0xFF60) || (unit >= 0xFFE0 && unit <= 0xFFE6);
-        width += wide ? 2 : 1;
-    }
-    return width;
-}
-
-std::string Pad(const std::string& text, size_t width, bool right = false) {
-    const size_t used = DisplayWidth(text);
-    const std::string fill(used < width ? width - used : 0, ' ');
-    return right ? fill + text : text + fill;
-}
 
 bool ParseNumber(const std::string& text, ULONGLONG& value) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || text.size() > 19) return false;
@@ -66,8 +49,10 @@ const Command kCount = {
     "count",
     "count, sum and list the files and folders of a tree, with extension, date and size filters",
     "count DIR [--ext FILTER] [--list] [--from YYYY-MM-DD] [--to YYYY-MM-DD]\n"
-    "                    [--min-size BYTES | --max-size BYTES | --kb KB]\n"
-    "  Walks DIR and every folder below it and prints the number of files, folders and bytes.\n"
+    "                    [--min-size BYTES | --max-size BYTES | --kb KB] [--json] [--quiet]\n"
+    "  Walks DIR and every folder below it and prints the number of files, folders and bytes. While it\n"
+    "  walks, standard error shows the folder at hand and the counts so far (--quiet: nothing).\n"
+    "  --json     print one JSON document: the counts, the listed files and what could not be listed\n"
     "  --ext      count only files ending in one of the extensions, as .jpg.png (folders are then not counted)\n"
     "  --list     also print every counted file as a table: path, last write (UTC) and size\n"
     "  --from, --to   keep files last written on or after / on or before that day (UTC)\n"
@@ -87,6 +72,8 @@ struct CountOptions {
     bool hasFrom = false, hasTo = false;
     int sizeMode = 0;
     ULONGLONG sizeLimit = 0;
+    bool json = false;
+    bool quiet = false;
 };
 
 bool ParseCount(const std::vector<std::string>& args, CountOptions& options, std::string& error) {
@@ -96,6 +83,10 @@ bool ParseCount(const std::vector<std::string>& args, CountOptions& options, std
         const bool hasValue = at + 1 < args.size();
         if (arg == "--list") {
             options.list = true;
+        } else if (arg == "--json") {
+            options.json = true;
+        } else if (arg == "--quiet" || arg == "-q") {
+            options.quiet = true;
         } else if (arg == "--ext" && hasValue) {
             options.filter = CString(WStrFromUtf8(args[++at]).c_str());
         } else if ((arg == "--from" || arg == "--to") && hasValue) {
@@ -123,9 +114,14 @@ bool ParseCount(const std::vector<std::string>& args, CountOptions& options, std
     return true;
 }
 
-// The report as a table, read back from the list-view control's rows and columns.
-void PrintTable(const CListCtrl& list) {
+// The list-view control's report: its column headings and the text of every row.
+struct ReportRows {
     std::vector<std::string> headings;
+    std::vector<std::vector<std::string>> rows;
+};
+
+ReportRows ReadReport(const CListCtrl& list) {
+    ReportRows report;
     for (int column = 0;; ++column) {
         WCHAR heading[64] = {};
         LVCOLUMNW info{};
@@ -133,18 +129,23 @@ void PrintTable(const CListCtrl& list) {
         info.pszText = heading;
         info.cchTextMax = 64;
         if (!list.GetColumn(column, &info)) break;
-        headings.push_back(Printable(heading));
+        report.headings.push_back(Printable(heading));
     }
-    std::vector<std::vector<std::string>> rows;
     for (int row = 0; row < list.GetItemCount(); ++row) {
-        rows.emplace_back();
-        for (size_t column = 0; column < headings.size(); ++column)
-            rows.back().push_back(Printable(list.GetItemText(row, static_cast<int>(column))));
+        report.rows.emplace_back();
+        for (size_t column = 0; column < report.headings.size(); ++column)
+            report.rows.back().push_back(Printable(list.GetItemText(row, static_cast<int>(column))));
     }
+    return report;
+}
+
+// The report as a table whose columns line up on a terminal, wide characters taking two columns.
+void PrintTable(const ReportRows& report) {
+    const auto& headings = report.headings;
     std::vector<size_t> widths;
     for (size_t column = 0; column < headings.size(); ++column) {
         size_t width = DisplayWidth(headings[column]);
-        for (const auto& row : rows) width = std::max(width, DisplayWidth(row[column]));
+        for (const auto& row : report.rows) width = std::max(width, DisplayWidth(row[column]));
         widths.push_back(width);
     }
     const auto printRow = [&](const std::vector<std::string>& cells) {
@@ -160,9 +161,28 @@ void PrintTable(const CListCtrl& list) {
     std::string rule;
     for (size_t column = 0; column < widths.size(); ++column) rule += std::string(widths[column], '-') + (column + 1 < widths.size() ? "  " : "");
     std::printf("%s\n", rule.c_str());
-    for (const auto& row : rows) printRow(row);
+    for (const auto& row : report.rows) printRow(row);
     std::printf("\n");
 }
+
+// The walk's progress: each folder it lists names the folder at hand, and the counters the walk adds to
+// are read there, on the walk's own thread.
+class WalkFeed {
+public:
+    WalkFeed(ProgressLine& line, const ULONGLONG& files, const ULONGLONG& folders, const ULONGLONG& bytes)
+        : patch_([&line, &files, &folders, &bytes, this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+              std::string folder = Printable(pattern);
+              const size_t slash = folder.find_last_of('\\');
+              if (slash != std::string::npos) folder.resize(slash + 1);
+              line.SetCurrent(folder);
+              line.AddFolders(folders);
+              line.Update(files, bytes);
+              return patch_.Original()(pattern, data);
+          }) {}
+
+private:
+    ApiPatch<&Win32Api::FindFirstFileW> patch_;
+};
 
 int RunCount(const std::vector<std::string>& args) {
     CountOptions options;
@@ -174,24 +194,53 @@ int RunCount(const std::vector<std::string>& args) {
     // A folder the walk cannot list adds nothing and the walk goes on; the watch names it.
     FailureWatch watch(FailureWatch::kListing);
     ULONGLONG files = 0, folders = 0, bytes = 0;
+    ReportRows report;
     const int dateMode = options.hasFrom && options.hasTo ? 1 : options.hasFrom ? 2 : options.hasTo ? 3 : 0;
-    if (!options.list && dateMode == 0 && options.sizeMode == 0) {
-        GetFileCountInFolder(options.folder, &files, &folders, &bytes, nullptr, options.filter, &g_cancel);
-    } else {
-        // The report goes into a list-view control, as it does in an application's window.
-        CListCtrl list;
-        if (!list.Create(LVS_REPORT, RECT{0, 0, 800, 600}, nullptr, 1)) return Fail(kCount, "cannot make the list control");
-        list.InsertColumn(0, _T("パス"));
-        list.InsertColumn(1, _T("更新日時 (UTC)"));
-        list.InsertColumn(2, _T("サイズ"), LVCFMT_RIGHT);
-        GetFileCountInFolderEx(options.folder, &files, &folders, &bytes, nullptr, options.filter, &g_cancel, options.from,
-                               options.to, dateMode, options.sizeLimit, options.sizeMode, options.list ? &list : nullptr);
-        if (options.list) PrintTable(list);
+    {
+        ProgressLine line(ProgressLine::ModeFor(options.quiet), "counted");
+        WalkFeed feed(line, files, folders, bytes);
+        if (!options.list && dateMode == 0 && options.sizeMode == 0) {
+            GetFileCountInFolder(options.folder, &files, &folders, &bytes, nullptr, options.filter, &g_cancel);
+        } else {
+            // The report goes into a list-view control, as it does in an application's window.
+            CListCtrl list;
+            if (!list.Create(LVS_REPORT, RECT{0, 0, 800, 600}, nullptr, 1)) return Fail(kCount, "cannot make the list control");
+            list.InsertColumn(0, _T("パス"));
+            list.InsertColumn(1, _T("更新日時 (UTC)"));
+            list.InsertColumn(2, _T("サイズ"), LVCFMT_RIGHT);
+            GetFileCountInFolderEx(options.folder, &files, &folders, &bytes, nullptr, options.filter, &g_cancel, options.from,
+                                   options.to, dateMode, options.sizeLimit, options.sizeMode, options.list ? &list : nullptr);
+            if (options.list) report = ReadReport(list);
+        }
+        line.Finish(false);
     }
     std::signal(SIGINT, SIG_DFL);
-    std::printf("files    %llu\nfolders  %llu\nbytes    %llu\n", static_cast<unsigned long long>(files),
-                static_cast<unsigned long long>(folders), static_cast<unsigned long long>(bytes));
-    if (std::atomic_ref<BOOL>(g_cancel).load() == 1) return Fail(kCount, "interrupted: the counts are those of the part walked");
+    const bool interrupted = std::atomic_ref<BOOL>(g_cancel).load() == 1;
+    if (options.json) {
+        JsonWriter json;
+        json.BeginObject().Key("folder").String(Printable(options.folder));
+        json.Key("files").Number(files).Key("folders").Number(folders).Key("bytes").Number(bytes);
+        json.Key("interrupted").Bool(interrupted).Key("complete").Bool(!interrupted && watch.failures().empty());
+        if (options.list) {
+            json.Key("list").BeginArray();
+            for (const auto& row : report.rows) {
+                json.BeginObject().Key("path").String(row[0]).Key("written").String(row[1]).Key("size_text").String(row[2]);
+                ULONGLONG size = 0;
+                if (GetFileLength(CString(WStrFromUtf8(row[0]).c_str()), &size) == 1) json.Key("size").Number(size);
+                else json.Key("size").Null();
+                json.EndObject();
+            }
+            json.EndArray();
+        }
+        json.Key("failures");
+        watch.WriteJson(json);
+        json.EndObject().Print();
+    } else {
+        if (options.list) PrintTable(report);
+        std::printf("files    %llu\nfolders  %llu\nbytes    %llu\n", static_cast<unsigned long long>(files),
+                    static_cast<unsigned long long>(folders), static_cast<unsigned long long>(bytes));
+    }
+    if (interrupted) return Fail(kCount, "interrupted: the counts are those of the part walked");
     if (!watch.Report(kCount)) return Fail(kCount, "incomplete: what the folders above hold is not counted");
     return kExitOk;
 }
@@ -205,8 +254,10 @@ int RunHash(const std::vector<std::string>& args);
 const Command kHash = {
     "hash",
     "print the MD5 digest of files in the md5sum format",
-    "hash FILE...\n"
+    "hash [--json] [--quiet] FILE...\n"
     "  One line per file, \"DIGEST  NAME\" with the name as given, so that md5sum -c can check the list.\n"
+    "  With several files, standard error shows the file at hand, files and bytes done of the total, the\n"
+    "  rate and the time left (--quiet: nothing). --json prints one JSON document instead of the lines.\n"
     "  Each file is read without sharing: one that another program holds open cannot be hashed, nor can\n"
     "  a pipe, socket or device. Each file that cannot be hashed is named with the reason.\n"
     "  Exit 1 when any file cannot be hashed.",
@@ -226,24 +277,83 @@ std::string ChecksumLine(const std::string& digest, const std::string& name) {
     return "\\" + digest + "  " + escaped;
 }
 
+// The bytes a hash has read so far, counted at the reads it makes.
+class ReadFeed {
+public:
+    explicit ReadFeed(uint64_t& bytes)
+        : patch_([&bytes, this](HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPOVERLAPPED overlapped) {
+              const BOOL done = patch_.Original()(file, buffer, size, read, overlapped);
+              if (done && read != nullptr) bytes += *read;
+              return done;
+          }) {}
+
+private:
+    ApiPatch<&Win32Api::ReadFile> patch_;
+};
+
 int RunHash(const std::vector<std::string>& args) {
-    if (args.empty()) return UsageError(kHash, "a file is needed");
-    int result = kExitOk;
-    for (const std::string& name : args) {
+    std::vector<std::string> names;
+    bool json = false, quiet = false;
+    for (const std::string& arg : args) {
+        if (arg == "--json") json = true;
+        else if (arg == "--quiet" || arg == "-q") quiet = true;
+        else if (arg.size() > 1 && arg[0] == '-' && arg[1] == '-') return UsageError(kHash, "unknown option '" + arg + "'");
+        else names.push_back(arg);
+    }
+    if (names.empty()) return UsageError(kHash, "a file is needed");
+    // One file needs no progress: its line comes when it is done.
+    ProgressLine line(ProgressLine::ModeFor(quiet || names.size() == 1), "hashed");
+    uint64_t totalBytes = 0;
+    for (const std::string& name : names) {
+        ULONGLONG length = 0;
+        if (GetFileLength(LibraryPath(name), &length) == 1) totalBytes += length;
+    }
+    line.SetTotals(names.size(), totalBytes);
+    JsonWriter document;
+    document.BeginObject().Key("files").BeginArray();
+    std::vector<std::pair<std::string, std::string>> failed;  // name, reason
+    std::vector<DWORD> failedCodes;
+    uint64_t done = 0, bytes = 0;
+    for (const std::string& name : names) {
         BYTE digest[16] = {};
+        line.SetCurrent(name);
+        line.Update(done, bytes, true);
         FailureWatch watch(FailureWatch::kReading);
-        if (GetFileHash(LibraryPath(name), digest, CALG_MD5) != 1) {
+        int hashed = 0;
+        {
+            ReadFeed feed(bytes);
+            hashed = GetFileHash(LibraryPath(name), digest, CALG_MD5);
+        }
+        ++done;
+        line.Update(done, bytes);
+        if (hashed != 1) {
             // Opened, but not read as it was measured: another program changed it meanwhile.
-            const std::string reason = watch.failures().empty() ? "it changed while it was read" : ErrorWords(watch.failures().back().code);
-            result = Fail(kHash, "cannot hash " + name + ": " + reason);
+            const DWORD code = watch.failures().empty() ? ERROR_SUCCESS : watch.failures().back().code;
+            failed.emplace_back(name, code == ERROR_SUCCESS ? "it changed while it was read" : ErrorWords(code));
+            failedCodes.push_back(code);
+            line.Clear();
+            Fail(kHash, "cannot hash " + name + ": " + failed.back().second);
             continue;
         }
         std::string hex;
         static const char kDigits[] = "0123456789abcdef";
         for (BYTE b : digest) hex += {kDigits[b >> 4], kDigits[b & 15]};
-        std::printf("%s\n", ChecksumLine(hex, name).c_str());
+        if (json) {
+            document.BeginObject().Key("name").String(name).Key("md5").String(hex).EndObject();
+        } else {
+            line.Clear();  // drawn again below the result at the next file
+            std::printf("%s\n", ChecksumLine(hex, name).c_str());
+            std::fflush(stdout);
+        }
     }
-    return result;
+    line.Finish(false);
+    if (json) {
+        document.EndArray().Key("failures").BeginArray();
+        for (size_t i = 0; i < failed.size(); ++i)
+            document.BeginObject().Key("name").String(failed[i].first).Key("code").Number(failedCodes[i]).Key("reason").String(failed[i].second).EndObject();
+        document.EndArray().EndObject().Print();
+    }
+    return failed.empty() ? kExitOk : kExitFailed;
 }
 
 const CommandRegistration kHashRegistration(kHash);
@@ -255,11 +365,12 @@ int RunCompare(const std::vector<std::string>& args);
 const Command kCompare = {
     "compare",
     "compare two folder trees entry by entry",
-    "compare A B [--both] [--hash]\n"
+    "compare A B [--both] [--hash] [--json]\n"
     "  One line per entry that differs: what differs, then its path relative to the folders.\n"
     "  only-in-A, newer-in-A, newer-in-B, size-differs; with --hash also content-differs (MD5);\n"
     "  with --both also only-in-B, listed after all others. Times are compared in whole seconds.\n"
     "  Folders that cannot be listed and files that cannot be hashed are named with the reason.\n"
+    "  --json prints one JSON document: each difference with its path and what differs, and the failures.\n"
     "  Exit 0 when the trees are the same, 1 when anything differs or could not be compared.",
     RunCompare,
 };
@@ -293,8 +404,10 @@ void SameForm(CString& a, CString& b) {
 int RunCompare(const std::vector<std::string>& args) {
     std::vector<CString> folders;
     int bothWays = 0, useHash = 0;
+    bool json = false;
     for (const std::string& arg : args) {
         if (arg == "--both") bothWays = 1;
+        else if (arg == "--json") json = true;
         else if (arg == "--hash") useHash = 1;
         else if (!arg.empty() && arg[0] == '-') return UsageError(kCompare, "unknown option '" + arg + "'");
         else folders.push_back(LibraryPath(arg));
@@ -315,9 +428,27 @@ int RunCompare(const std::vector<std::string>& args) {
         std::free(node);
         node = next;
     }
-    size_t width = 0;
-    for (const auto& line : lines) width = std::max(width, line.first.size());
-    for (const auto& line : lines) std::printf("%s  %s\n", Pad(line.first, width).c_str(), line.second.c_str());
+    if (json) {
+        JsonWriter document;
+        document.BeginObject().Key("a").String(Printable(folders[0])).Key("b").String(Printable(folders[1]));
+        document.Key("same").Bool(lines.empty() && watch.failures().empty()).Key("differences").BeginArray();
+        for (const auto& [names, path] : lines) {
+            document.BeginObject().Key("path").String(path).Key("differs").BeginArray();
+            for (size_t from = 0; from < names.size();) {
+                const size_t comma = std::min(names.find(',', from), names.size());
+                document.String(names.substr(from, comma - from));
+                from = comma + 1;
+            }
+            document.EndArray().EndObject();
+        }
+        document.EndArray().Key("failures");
+        watch.WriteJson(document);
+        document.EndObject().Print();
+    } else {
+        size_t width = 0;
+        for (const auto& line : lines) width = std::max(width, line.first.size());
+        for (const auto& line : lines) std::printf("%s  %s\n", Pad(line.first, width).c_str(), line.second.c_str());
+    }
     if (!watch.Report(kCompare)) return Fail(kCompare, "incomplete: the entries above were not compared in full");
     return lines.empty() ? kExitOk : kExitFailed;
 }

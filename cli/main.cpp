@@ -4,6 +4,7 @@
 #include <iostream>
 #include <unistd.h>
 
+#include "../frame/version.h"
 #include "../platform/linux/host.h"
 #include "command.h"
 
@@ -27,9 +28,20 @@ void PrintHelp() {
         "  --map X=DIR   make drive X: the host folder DIR\n"
         "  --disk IMAGE[:LETTERS]  attach a disk image; its volumes get the letters in order ('-' skips one)\n"
         "  --help        show this text; COMMAND --help shows a command's own\n"
+        "  --version     show the library's version\n"
         "\n"
         "commands:\n");
     for (const Command& command : Commands()) std::printf("  %-10s %s\n", command.name, command.summary);
+    std::printf(
+        "\n"
+        "Long work (copy, hash, count) shows its progress on standard error: one line redrawn on a terminal,\n"
+        "plain lines otherwise, nothing with --quiet. count, compare, stat and hash take --json.\n"
+        "A command that could not do everything names each entry it left out, with the reason.\n"
+        "\n"
+        "exit status:\n"
+        "  0  all done (files kept because the user said so included)\n"
+        "  1  something failed or was left out, or was cancelled; compare: the trees differ\n"
+        "  2  bad usage: an unknown command or option, a missing value or path\n");
 }
 
 bool IsWindowsPath(const std::string& text) {
@@ -80,7 +92,15 @@ int main(int argc, char** argv) {
             cli::PrintHelp();
             return cli::kExitOk;
         }
-        if (arg == "--map" && at + 1 < args.size()) {
+        if (arg == "--version" || arg == "-V") {
+            std::printf("velmora %s\n", VELMORA_VERSION_TEXT);
+            return cli::kExitOk;
+        }
+        if (arg == "--map" && at + 1 >= args.size()) {
+            std::fprintf(stderr, "velmora: --map needs a value, as T=/tmp/data\n");
+            return cli::kExitUsage;
+        }
+        if (arg == "--map") {
             const std::string mapping = args[++at];
             if (mapping.size() < 3 || mapping[1] != '=' || !vlx::MapDrive(static_cast<WCHAR>(mapping[0]), mapping.substr(2))) {
                 std::fprintf(stderr, "velmora: cannot map '%s': give a letter and an existing folder, as T=/tmp/data\n",
@@ -106,6 +126,9 @@ int main(int argc, char** argv) {
         }
         return command.run(rest);
     }
-    std::fprintf(stderr, "velmora: unknown command '%s' (velmora --help lists them)\n", args[at].c_str());
+    if (!args[at].empty() && args[at][0] == '-')
+        std::fprintf(stderr, "velmora: unknown option '%s' (velmora --help lists them)\n", args[at].c_str());
+    else
+        std::fprintf(stderr, "velmora: unknown command '%s' (velmora --help lists them)\n", args[at].c_str());
     return cli::kExitUsage;
 }

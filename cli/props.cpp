@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "command.h"
+#include "json.h"
 
 namespace cli {
 
@@ -92,48 +93,98 @@ int RunStat(const std::vector<std::string>& args);
 const Command kStat = {
     "stat",
     "show the kind, size, time stamps and hard links of a path",
-    "stat PATH\n"
+    "stat [--json] PATH\n"
     "  Prints the kind (file or folder), the size in bytes, the creation, last-write and last-access\n"
-    "  times in UTC, and for a file its number of names with each name. A pattern (D:\\logs\\*.log) shows\n"
-    "  its first match's size and times. A drive root has no directory entry of its own, so its size and\n"
-    "  times are shown as unknown. Exit 1 when the path does not exist.",
+    "  times in UTC, and for a file its number of names with each name, nearest first. A pattern\n"
+    "  (D:\\logs\\*.log) shows its first match's size and times. A drive root has no directory entry of its\n"
+    "  own, so its size and times are shown as unknown. --json prints the same facts as one JSON document\n"
+    "  (times as seconds since 1970 and as text, unknown ones as null). Exit 1 when the path does not exist.",
     RunStat,
 };
 
-int RunStat(const std::vector<std::string>& args) {
-    if (args.size() != 1) return UsageError(kStat, "give exactly one path");
-    const CString path = LibraryPath(args[0]);
-    // A pattern is no path of its own: its first match answers for the size and the times.
-    const bool isPattern = Printable(path).find_first_of("*?") != std::string::npos;
-    ULONGLONG length = 0;
-    const bool hasEntry = GetFileLength(path, &length) == 1;
-    const int kind = isPattern ? 0 : GetPathIsFileOrFolder(path);
-    if (isPattern ? !hasEntry : kind == -1) return Fail(kStat, "no such file or folder: " + Printable(path));
-
-    std::printf("path      %s\n", Printable(path).c_str());
-    std::printf("kind      %s\n", isPattern ? "pattern (its first match is shown)" : kind == 2 ? "folder" : "file");
-    if (hasEntry) std::printf("size      %" PRIu64 " bytes\n", static_cast<uint64_t>(length));
-    else std::printf("size      unknown\n");
+// What stat finds out about a path, printed as text or as JSON.
+struct StatFacts {
+    std::string path;
+    std::string kind;  // "file", "folder", "pattern"
+    bool hasSize = false;
+    ULONGLONG size = 0;
+    bool hasTimes = false;
     __time64_t created = 0, written = 0, accessed = 0;
-    if (GetFileDate(path, &created, &written, &accessed)) {
-        std::printf("created   %s\nwritten   %s\naccessed  %s\n", FormatUtc(created).c_str(), FormatUtc(written).c_str(),
-                    FormatUtc(accessed).c_str());
+    int links = 0;  // -1 unknown, 0 for folders and patterns (no link count shown)
+    std::vector<std::string> names;
+};
+
+void PrintStatText(const StatFacts& facts) {
+    std::printf("path      %s\n", facts.path.c_str());
+    std::printf("kind      %s\n", facts.kind == "pattern" ? "pattern (its first match is shown)" : facts.kind.c_str());
+    if (facts.hasSize) std::printf("size      %" PRIu64 " bytes\n", static_cast<uint64_t>(facts.size));
+    else std::printf("size      unknown\n");
+    if (facts.hasTimes) {
+        std::printf("created   %s\nwritten   %s\naccessed  %s\n", FormatUtc(facts.created).c_str(), FormatUtc(facts.written).c_str(),
+                    FormatUtc(facts.accessed).c_str());
     } else {
         std::printf("created   unknown\nwritten   unknown\naccessed  unknown\n");
     }
-    if (isPattern) return kExitOk;
-    if (kind == 2) {
+    if (facts.kind == "pattern") return;
+    if (facts.kind == "folder") {
         std::printf("links     (a folder has one name)\n");
-        return kExitOk;
-    }
-    CStringArray names;
-    const int links = GetFileIsHardlink(path, &names);
-    if (links == -1) {
+    } else if (facts.links == -1) {
         std::printf("links     unknown (the file is in use or cannot be opened)\n");
     } else {
-        std::printf("links     %d\n", links == 0 ? 1 : links);
-        for (INT_PTR at = 0; at < names.GetSize(); ++at) std::printf("          %s\n", Printable(names[at]).c_str());
+        std::printf("links     %d\n", facts.links);
+        for (const std::string& name : facts.names) std::printf("          %s\n", name.c_str());
     }
+}
+
+void PrintStatJson(const StatFacts& facts) {
+    JsonWriter json;
+    json.BeginObject().Key("path").String(facts.path).Key("kind").String(facts.kind).Key("size");
+    if (facts.hasSize) json.Number(facts.size);
+    else json.Null();
+    const std::pair<const char*, __time64_t> times[] = {{"created", facts.created}, {"written", facts.written}, {"accessed", facts.accessed}};
+    for (const auto& [key, value] : times) {
+        json.Key(key);
+        if (facts.hasTimes) json.BeginObject().Key("seconds").Integer(value).Key("utc").String(FormatUtc(value)).EndObject();
+        else json.Null();
+    }
+    if (facts.kind == "file") {
+        json.Key("links");
+        if (facts.links == -1) json.Null();
+        else json.Integer(facts.links);
+        json.Key("names").BeginArray();
+        for (const std::string& name : facts.names) json.String(name);
+        json.EndArray();
+    }
+    json.EndObject().Print();
+}
+
+int RunStat(const std::vector<std::string>& args) {
+    std::vector<std::string> paths;
+    bool json = false;
+    for (const std::string& arg : args) {
+        if (arg == "--json") json = true;
+        else if (arg.size() > 1 && arg[0] == '-' && arg[1] == '-') return UsageError(kStat, "unknown option '" + arg + "'");
+        else paths.push_back(arg);
+    }
+    if (paths.size() != 1) return UsageError(kStat, "give exactly one path");
+    const CString path = LibraryPath(paths[0]);
+    // A pattern is no path of its own: its first match answers for the size and the times.
+    const bool isPattern = Printable(path).find_first_of("*?") != std::string::npos;
+    StatFacts facts;
+    facts.path = Printable(path);
+    facts.hasSize = GetFileLength(path, &facts.size) == 1;
+    const int kind = isPattern ? 0 : GetPathIsFileOrFolder(path);
+    if (isPattern ? !facts.hasSize : kind == -1) return Fail(kStat, "no such file or folder: " + Printable(path));
+    facts.kind = isPattern ? "pattern" : kind == 2 ? "folder" : "file";
+    facts.hasTimes = GetFileDate(path, &facts.created, &facts.written, &facts.accessed) != 0;
+    if (facts.kind == "file") {
+        CStringArray names;
+        const int links = GetFileIsHardlink(path, &names);
+        facts.links = links == 0 ? 1 : links;
+        for (INT_PTR at = 0; at < names.GetSize(); ++at) facts.names.push_back(Printable(names[at]));
+    }
+    if (json) PrintStatJson(facts);
+    else PrintStatText(facts);
     return kExitOk;
 }
 

@@ -1,4 +1,4 @@
-// Failures told in words: error codes, the platform calls that failed under an export, and copies that
+// Failures told in words: the platform calls that failed under an export, and copies that
 // would land inside their own source.
 #include "report.h"
 
@@ -11,35 +11,6 @@
 #include "../platform/linux/host.h"
 
 namespace cli {
-
-std::string ErrorWords(DWORD code) {
-    switch (code) {
-        case ERROR_FILE_NOT_FOUND: return "it was not found";
-        case ERROR_PATH_NOT_FOUND: return "the path was not found";
-        case ERROR_ACCESS_DENIED: return "access is denied";
-        case ERROR_SHARING_VIOLATION: return "another program is using it";
-        case ERROR_DISK_FULL: return "the disk is full";
-        case ERROR_WRITE_PROTECT: return "the volume is read-only";
-        case ERROR_FILENAME_EXCED_RANGE: return "the path is too long";
-        case ERROR_INVALID_NAME: return "the name is not valid";
-        case ERROR_FILE_EXISTS:
-        case ERROR_ALREADY_EXISTS: return "the target exists";
-        case ERROR_CANT_ACCESS_FILE: return "it is no file that can be read (a pipe, socket or device)";
-        case ERROR_CANT_RESOLVE_FILENAME: return "a link on the way cannot be followed";
-        case ERROR_REQUEST_ABORTED:
-        case ERROR_CANCELLED: return "it was cancelled";
-        case ERROR_NOT_SAME_DEVICE: return "source and target are on different volumes";
-        case ERROR_TOO_MANY_OPEN_FILES: return "too many files are open";
-        case ERROR_NOT_ENOUGH_MEMORY: return "there is not enough memory";
-        case ERROR_GEN_FAILURE:
-        case 1117: return "the device reported an input/output error";  // ERROR_IO_DEVICE
-        case DE_SAMEFILE: return "source and target are the same file";
-        case DE_DESTSUBTREE: return "the target folder lies inside the source folder";
-        case DE_FLDDESTISFILE: return "a folder would replace a file";
-        case DE_FILEDESTISFLD: return "a file would replace a folder";
-        default: return "error " + std::to_string(code);
-    }
-}
 
 struct FailureWatch::Patches {
     std::vector<Failure> failures;
@@ -111,6 +82,15 @@ const std::vector<FailureWatch::Failure>& FailureWatch::failures() const { retur
 bool FailureWatch::Report(const Command& command) const {
     for (const Failure& failure : failures()) Fail(command, failure.what + " " + failure.path + ": " + ErrorWords(failure.code));
     return failures().empty();
+}
+
+void FailureWatch::WriteJson(JsonWriter& json) const {
+    json.BeginArray();
+    for (const Failure& failure : failures()) {
+        json.BeginObject().Key("what").String(failure.what).Key("path").String(failure.path);
+        json.Key("code").Number(failure.code).Key("reason").String(ErrorWords(failure.code)).EndObject();
+    }
+    json.EndArray();
 }
 
 namespace {

@@ -1,5 +1,4 @@
-// What the commands tell the user about entries an operation could not handle: the reason for a Win32
-// error code in words, the failures of the platform calls an export makes while a command runs, and the
+// What the commands tell the user about entries an operation could not handle: the failures of the platform calls an export makes while a command runs, and the
 // check that a copy's destination lies outside its source.
 #pragma once
 
@@ -7,11 +6,10 @@
 #include <vector>
 
 #include "command.h"
+#include "json.h"
+#include "messages.h"
 
 namespace cli {
-
-// The reason for a Win32 error code or a shell result, in words.
-std::string ErrorWords(DWORD code);
 
 // Watches the platform calls the exports make while it lives and keeps each one that failed, so that a
 // command can name every entry an export passed over (the exports themselves go on silently, as their
@@ -33,6 +31,8 @@ public:
     const std::vector<Failure>& failures() const;
     // Prints one line per failure to standard error; false when there was any.
     bool Report(const Command& command) const;
+    // The failures as the value of a JSON key: an array of {what, path, code, reason}.
+    void WriteJson(JsonWriter& json) const;
 
 private:
     struct Patches;

@@ -9,6 +9,7 @@
 #include "../platform/api.h"
 #include "../platform/wimgapi.h"
 #include "command.h"
+#include "messages.h"
 
 namespace cli {
 
@@ -111,7 +112,7 @@ const Command kWim = {
 // The failure message with the last error the library left.
 int Failed(const std::string& what) {
     const DWORD error = sys().GetLastError();
-    return Fail(kWim, what + " (error " + std::to_string(error) + ")");
+    return Fail(kWim, what + ": " + ErrorWords(error));
 }
 
 bool ParseIndex(const std::string& text, DWORD& index) {

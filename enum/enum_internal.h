@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "../frame/file_list.h"
 #include "../frame/walk_guard.h"
 #include "../platform/unique_handles.h"
 
@@ -14,16 +15,6 @@ CString WithTrailingBackslash(const CString& folder);
 // "." and "..", which every folder but a root lists and no walk descends into.
 bool IsDotsEntry(const WIN32_FIND_DATAW& entry);
 
-// A node of a list that the library is still holding, freed with free as the caller would.
-struct FreeListNode {
-    void operator()(FileListNode* node) const { std::free(node); }
-};
-using UniqueListNode = std::unique_ptr<FileListNode, FreeListNode>;
-
-// Chains a new node for path behind *tail and makes it the tail: malloc'd, zeroed, the path written with
-// a bounded format. A path that does not fit filePath, or memory that cannot be had, makes no node: a
-// cut path would name another entry.
-void AppendNode(FileListNode*& tail, LPCWSTR path, DWORD flags = 0);
 
 // The cancel flag as another thread may have just set it: read afresh at every check, 1 alone cancels.
 bool CancelRequested(const BOOL* pCancel);

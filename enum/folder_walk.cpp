@@ -15,17 +15,6 @@ bool IsDotsEntry(const WIN32_FIND_DATAW& entry) {
     return WStrCmp(entry.cFileName, _T(".")) == 0 || WStrCmp(entry.cFileName, _T("..")) == 0;
 }
 
-void AppendNode(FileListNode*& tail, LPCWSTR path, DWORD flags) {
-    // The caller owns every node that reaches the chain and frees it with free, so it comes from malloc.
-    UniqueListNode node(static_cast<FileListNode*>(std::malloc(sizeof(FileListNode))));
-    if (!node) return;
-    std::memset(node.get(), 0, sizeof(FileListNode));
-    if (WStrFormatBuffer(node->filePath, MAX_PATH, _T("%s"), path) < 0) return;
-    node->flags = flags;
-    tail->next = node.release();
-    tail = tail->next;
-}
-
 bool CancelRequested(const BOOL* pCancel) {
     if (pCancel == nullptr) return false;
     // Another thread of the caller's may store into the flag while the walk runs.

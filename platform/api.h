@@ -234,6 +234,16 @@ struct Win32Api {
     BOOL(WINAPI* GetVolumeInformationW)(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
                                         LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName,
                                         DWORD fileSystemNameSize);
+
+    // --- Raw volume access: the master file table walk. These are the entries above as the walk uses
+    // them; there are no entries of its own. DeviceIoControl on a volume device (\\.\X:) answers
+    // FSCTL_GET_NTFS_VOLUME_DATA on NTFS alone (ERROR_INVALID_FUNCTION elsewhere), FSCTL_QUERY_USN_JOURNAL
+    // with ERROR_JOURNAL_NOT_ACTIVE where no change journal is active, and FSCTL_ENUM_USN_DATA with the next
+    // record number to ask for at offset 0 and USN_RECORD_V2 records behind it, each RecordLength a multiple
+    // of 8; it fails with ERROR_HANDLE_EOF once no record is left. GetModuleHandleW("ntdll.dll") finds ntdll
+    // loaded from the start of the process; its NtCreateFile opens by file id relative to a volume handle
+    // (STATUS_INVALID_PARAMETER for a reference whose record is free or reused) and its
+    // NtQueryInformationFile(FileNameInformation) gives the path from the volume root, "\" for the root.
 };
 
 // The process's table. Tests patch entries through ApiPatch; nothing else writes to it.

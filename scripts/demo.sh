@@ -133,6 +133,14 @@ show --disk "$disk:EF" acl get 'E:\pics\movie.bin'
 show --map "D=$work/data" --disk "$disk:EF" acl copy 'D:\docs\readme.txt' 'E:\pics\photo.jpg' --dacl
 show --disk "$disk:EF" acl copy 'E:\pics\photo.jpg' 'E:\pics\movie.bin' --dacl
 show --disk "$disk:EF" acl get 'E:\pics\movie.bin'
+# ---- The whole NTFS volume from its master file table: a fresh mkntfs volume has no change journal, so
+# the walk finds nothing until the journal is made active (the mft command does so unless told not to).
+echo
+echo "The whole of E: from its master file table, without a journal and then with one"
+show --disk "$disk:EF" mft count 'E:' --no-journal
+show --disk "$disk:EF" mft list 'E:\pics'
+show --disk "$disk:EF" mft count 'E:'
+show --disk "$disk:EF" mft count 'F:'
 # ---- Volume snapshots: a file another program holds open without sharing, copied out of a shadow copy
 # of its volume while it stays locked. Shadow copies need root, as they need an administrator on Windows.
 echo

@@ -16,6 +16,7 @@
 #include <afxdisp.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #ifdef _WIN32
@@ -270,6 +271,21 @@ VELMORA_EXPORT BOOL UnMountWim(CString imageFile, CString mountFolder, DWORD ind
 // 1 otherwise, also for a file whose data has no clusters of its own (no runs, sectors 0).
 VELMORA_EXPORT int GetFileSectorPos(CString path, std::vector<SectorExtent>* pExtents, ULONGLONG* pFirstSector,
                                     ULONGLONG* pLastDataSector, ULONGLONG* pLastSector);
+
+// ---- Raw volume access: the whole of an NTFS volume from its master file table. Only the path's first
+// character, the drive letter, is read: the result covers the volume whatever folder the path names. The
+// volume must be NTFS with an active change journal, and the process elevated; otherwise nothing changes.
+
+// Adds to the counts (never resets them) one per entry found: folders to *pFolderCount, every other entry
+// to *pFileCount and its size to *pTotalSize. An entry whose attributes cannot be read counts as a
+// folder; a file whose size cannot be read adds nothing to the total. With pListTail, a node with the full
+// path of each entry is chained behind it in the order of the walk (a path of 260 units or more gets
+// none). extFilter is accepted and not used.
+VELMORA_EXPORT void GetFileCountInFolderFromMFT(CString path, ULONGLONG* pFileCount, ULONGLONG* pFolderCount,
+                                                ULONGLONG* pTotalSize, FileListNode* pListTail, CString extFilter);
+// Appends the full path of every entry to *pList (required), in the order of the walk; an entry whose
+// path from the root is longer than 259 characters is left out.
+VELMORA_EXPORT void GetFileListFromMFT(CString path, std::vector<std::basic_string<WCHAR>>* pList);
 // ---- Volume snapshots, through the system's shadow copy service (vssapi.dll). One shadow copy per
 // process: InitializeVssBackUp, any number of VssOpenFile, then CloseVssBackUp (due after a failed
 // initialisation too). The caller serialises the three, initialises COM in its thread and runs elevated.

@@ -72,6 +72,9 @@ int AskDialog(const DialogRequest& request);
 struct ModuleDefinition {
     std::map<std::string, FARPROC> entryPoints;  // by exact (case-sensitive) name, as GetProcAddress matches
     DWORD loadError = 0;                           // nonzero: LoadLibraryW fails with this code
+    // Loaded from the start of the process and never unloaded, as ntdll.dll is: GetModuleHandleW finds it
+    // without a LoadLibraryW, and its handle is no entry of the handle table.
+    bool resident = false;
 };
 
 // Registers a module under its file name (wimgapi.dll) for the life of the object. A module loaded while
@@ -148,6 +151,9 @@ struct DiskAttachOptions {
     DWORD sectorSize = 0;         // 512 or 4096; 0: 4096 when a GPT header lies at byte 4096, else 512
     WString letters;              // drive letters for the volumes in order; '-' leaves a volume without one
     bool readOnly = false;        // opens the image for reading only
+    // Makes the change journal of every NTFS volume active (as `fsutil usn createjournal` does) where it
+    // is not; the attach fails when that cannot be done (a read-only image). Other volumes ignore it.
+    bool activateJournal = false;
 };
 struct AttachedVolumeInfo {
     WString volumeName;           // \\?\Volume{GUID}\ (with its trailing backslash)
@@ -165,6 +171,21 @@ bool DetachDisk(int diskNumber);
 std::vector<AttachedVolumeInfo> DiskVolumes(int diskNumber);
 // Gives an attached volume a drive letter, or takes it away with letter 0.
 bool SetVolumeLetter(const WString& volumeName, WCHAR letter);
+
+// ---- The shell's progress window, played by the host.
+//
+// While SHFileOperationW copies without FOF_SILENT, Windows shows a progress window; here the observer the
+// host installs is told instead, from the copying thread, as each file starts and after each chunk of it.
+// With none installed nothing is shown.
+struct ShellCopyProgress {
+    WString source;
+    WString target;
+    ULONGLONG fileBytes = 0;  // size of the file being copied
+    ULONGLONG fileDone = 0;   // bytes of it copied so far
+};
+using ShellProgressObserver = std::function<void(const ShellCopyProgress& progress)>;
+// Installs the observer for every thread; an empty function removes it.
+void SetShellProgressObserver(ShellProgressObserver observer);
 
 }  // namespace vlx
 

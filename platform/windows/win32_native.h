@@ -34,3 +34,9 @@
 #include <oleauto.h>
 #include <shldisp.h>
 #include <shobjidl.h>
+
+// The master file table walk: ntdll's open by file id and name query, reached at run time.
+#include <winternl.h>
+#ifndef STATUS_SUCCESS
+#define STATUS_SUCCESS ((NTSTATUS)0x00000000L)
+#endif

@@ -351,6 +351,43 @@ TEST_F(ShellPlatform, AsksBeforeReplacingUnlessToldNotTo) {
     }
 }
 
+TEST_F(ShellPlatform, ShowsEachFilesProgressToTheHostUnlessSilent) {
+    WriteFile("src/a.txt", "aaa");
+    WriteFile("src/sub/b.txt", std::string(200000, 'b'));
+    struct Seen {
+        std::string source;
+        ULONGLONG size, done;
+    };
+    std::vector<Seen> seen;
+    struct RemoveObserver {
+        ~RemoveObserver() { vlx::SetShellProgressObserver(nullptr); }
+    } removeObserver;  // also when an assertion ends the test early
+    vlx::SetShellProgressObserver([&](const vlx::ShellCopyProgress& progress) {
+        seen.push_back({U(progress.source.c_str()), progress.fileBytes, progress.fileDone});
+    });
+    EXPECT_EQ(Run(FO_COPY, {"src\\*.*"}, {"bk"}, FOF_NOCONFIRMATION), 0);
+    ASSERT_FALSE(seen.empty());
+    // Each file is announced before its first byte, then told chunk by chunk up to its whole size.
+    std::vector<std::string> files;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        if (i == 0 || seen[i].source != seen[i - 1].source) {
+            EXPECT_EQ(seen[i].done, 0u) << seen[i].source;
+            files.push_back(seen[i].source);
+        } else {
+            EXPECT_GE(seen[i].done, seen[i - 1].done) << seen[i].source;
+        }
+        if (i + 1 == seen.size() || seen[i + 1].source != seen[i].source) {
+            EXPECT_EQ(seen[i].done, seen[i].size) << seen[i].source;
+        }
+    }
+    EXPECT_EQ(files, (std::vector<std::string>{"T:\\src\\a.txt", "T:\\src\\sub\\b.txt"}));
+    EXPECT_EQ(seen.back().size, 200000u);
+
+    seen.clear();
+    EXPECT_EQ(Run(FO_COPY, {"src\\*.*"}, {"quiet"}, FOF_NOCONFIRMATION | FOF_SILENT), 0);
+    EXPECT_TRUE(seen.empty()) << "a silent operation shows no progress";
+}
+
 TEST_F(ShellPlatform, RefusesWhatCannotBeDone) {
     WriteFile("a.txt", "a");
     MakeFolder("src/sub");

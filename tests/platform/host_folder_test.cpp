@@ -423,29 +423,37 @@ TEST_F(HostFolder, ReadWriteAndSizesPastFourGiB) {
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 }
 
-TEST_F(HostFolder, HardLinksListEveryNameFromTheVolumeRoot) {
+TEST_F(HostFolder, HardLinksListEveryNameNearestFirst) {
     WriteFile("a/one.txt", "x");
+    MakeFolder("a/sub");
+    MakeFolder("aa");
     MakeFolder("b");
+    // Made far to near, so that the order found cannot be the order made.
     ASSERT_TRUE(sys().CreateHardLinkW(Win("b\\two.txt"), Win("a\\one.txt"), nullptr));
+    ASSERT_TRUE(sys().CreateHardLinkW(Win("aa\\far.txt"), Win("a\\one.txt"), nullptr));
     ASSERT_TRUE(sys().CreateHardLinkW(Win("three.txt"), Win("a\\one.txt"), nullptr));
+    ASSERT_TRUE(sys().CreateHardLinkW(Win("a\\sub\\below.txt"), Win("a\\one.txt"), nullptr));
+    ASSERT_TRUE(sys().CreateHardLinkW(Win("a\\next.txt"), Win("a\\one.txt"), nullptr));
     sys().SetLastError(kJunkError);
     EXPECT_FALSE(sys().CreateHardLinkW(Win("three.txt"), Win("a\\one.txt"), nullptr));
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
 
     WCHAR name[MAX_PATH];
     DWORD length = MAX_PATH;
-    HANDLE find = sys().FindFirstFileNameW(Win("b\\TWO.txt"), 0, &length, name);
+    HANDLE find = sys().FindFirstFileNameW(Win("a\\ONE.txt"), 0, &length, name);
     ASSERT_NE(find, INVALID_HANDLE_VALUE);
-    std::set<std::string> names{U(name)};
-    EXPECT_EQ(U(name), "\\b\\two.txt") << "the name asked for comes first, with its case on disk";
+    std::vector<std::string> names{U(name)};
     for (;;) {
         length = MAX_PATH;
         if (!sys().FindNextFileNameW(find, &length, name)) break;
-        names.insert(U(name));
+        names.push_back(U(name));
     }
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_HANDLE_EOF));
     EXPECT_TRUE(sys().FindClose(find));
-    EXPECT_EQ(names, (std::set<std::string>{"\\a\\one.txt", "\\b\\two.txt", "\\three.txt"}));
+    // The name asked for first, with its case on disk; then its own folder, the folders below it, and
+    // only then the folders around it, the root's own entries before its other folders.
+    EXPECT_EQ(names, (std::vector<std::string>{"\\a\\one.txt", "\\a\\next.txt", "\\a\\sub\\below.txt", "\\three.txt",
+                                               "\\aa\\far.txt", "\\b\\two.txt"}));
 
     // A buffer too small for the name: ERROR_MORE_DATA and the size needed.
     length = 5;

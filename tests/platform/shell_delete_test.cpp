@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "../support/host_fixture.h"
+#include "../support/share_holder.h"
 
 namespace {
 
@@ -51,6 +52,24 @@ TEST_F(ShellDelete, ABareDriveIsTheCurrentFolderOfThatDriveNotItsRoot) {
     ASSERT_TRUE(sys().SetCurrentDirectoryW(saved));
     EXPECT_TRUE(fs::exists(Host("a/here/x.txt")));
     EXPECT_TRUE(fs::exists(Host("a/other.txt")));
+}
+
+
+TEST_F(ShellDelete, WhatAnotherProcessHoldsWithoutSharingDeletionStaysWithTheFoldersAboveIt) {
+    MakeFolder("tree/inner");
+    WriteFile("tree/inner/held.txt", "held");
+    WriteFile("tree/inner/free.txt", "free");
+    WriteFile("tree/other.txt", "other");
+    {
+        testing_support::HeldElsewhere held(root_, "T:\\tree\\inner\\held.txt", GENERIC_READ, FILE_SHARE_READ);
+        EXPECT_EQ(Run(FO_DELETE, Win("tree")), ERROR_SHARING_VIOLATION);
+        EXPECT_TRUE(fs::exists(Host("tree/inner/held.txt")));
+        EXPECT_FALSE(fs::exists(Host("tree/inner/free.txt")));
+        EXPECT_FALSE(fs::exists(Host("tree/other.txt")));
+    }
+    // Let go, it goes with the rest.
+    EXPECT_EQ(Run(FO_DELETE, Win("tree")), 0);
+    EXPECT_FALSE(fs::exists(Host("tree")));
 }
 
 }  // namespace

@@ -111,10 +111,12 @@ inline void WriteImageBytes(const std::string& image, ULONGLONG offset, const st
 // tests see the same devices as root and as an unprivileged user.
 class AttachedImage {
 public:
-    AttachedImage(const std::string& image, const std::string& letters, int diskNumber = -1, DWORD sectorSize = 0) {
+    AttachedImage(const std::string& image, const std::string& letters, int diskNumber = -1, DWORD sectorSize = 0,
+                  bool activateJournal = false) {
         vlx::DiskAttachOptions options;
         options.diskNumber = diskNumber;
         options.sectorSize = sectorSize;
+        options.activateJournal = activateJournal;
         options.letters = WStrFromUtf8(letters);
         number_ = vlx::AttachDiskImage(image, options, &error_);
         vlx::SetProcessToken(vlx::TokenKind::Elevated);

@@ -356,6 +356,24 @@ void RawVolumeAccess(HMODULE module) {
     DeleteFileW(file);
 }
 
+// The master file table: Wine has no change journal (nor raw volume), so counting and listing the system
+// drive change nothing the caller holds; both return cleanly.
+void MasterFileTable(HMODULE module) {
+    auto count = EXPORT(module, GetFileCountInFolderFromMFT);
+    auto list = EXPORT(module, GetFileListFromMFT);
+    if (!count || !list) return;
+    ULONGLONG files = 1, folders = 2, bytes = 3;
+    FileListNode head{};
+    count(CString(L"C:\\windows"), &files, &folders, &bytes, &head, CString(L""));
+    Check(files == 1 && folders == 2 && bytes == 3 && head.next == nullptr,
+          "GetFileCountInFolderFromMFT leaves the counters and the chain alone without a change journal");
+    std::vector<std::wstring> paths{L"kept"};
+    list(CString(L"C:\\"), &paths);
+    Check(paths.size() == 1 && paths[0] == L"kept", "GetFileListFromMFT leaves the vector alone without a change journal");
+    list(CString(L""), &paths);
+    Check(paths.size() == 1, "GetFileListFromMFT of an empty path changes nothing");
+}
+
 // Volume snapshots. Wine has no shadow copy service: InitializeVssBackUp fails at whichever step its
 // vssapi.dll refuses, writing nothing to the caller's outputs, and with no copy VssOpenFile gives null.
 // CloseVssBackUp is checked in the empty state, twice; after the failed initialisation it would hand the
@@ -407,6 +425,7 @@ int wmain(int argc, wchar_t** argv) {
     WimImages(module);
     ShellArchives(module);
     RawVolumeAccess(module);
+    MasterFileTable(module);
     VolumeSnapshots(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");

@@ -212,9 +212,13 @@ bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share) {
 }
 
 bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share) {
+    return CheckShareAt(AT_FDCWD, hostPath, status, access, share);
+}
+
+bool CheckShareAt(int folderFd, const std::string& name, const struct stat& status, DWORD access, DWORD share) {
     if (!CheckShare(status.st_dev, status.st_ino, access, share)) return false;
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return true;
-    const int fd = open(hostPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    const int fd = openat(folderFd, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) return true;  // a file we cannot read carries no locks we could see
     const bool refused = StandsAgainstOthers(fd, access, share);
     close(fd);

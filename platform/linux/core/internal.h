@@ -152,6 +152,8 @@ DWORD ExpandAccess(DWORD access);
 bool CheckShare(dev_t device, ino_t inode, DWORD access, DWORD share);
 // The same against every process, for a change made by name without an open (deletion).
 bool CheckShareOfPath(const std::string& hostPath, const struct stat& status, DWORD access, DWORD share);
+// The same for the entry name of the folder open as folderFd (AT_FDCWD: name is a path).
+bool CheckShareAt(int folderFd, const std::string& name, const struct stat& status, DWORD access, DWORD share);
 // Checks the record against every other open, of this process and of others, and registers it, in one
 // step so that two opens cannot both pass; false with ERROR_SHARING_VIOLATION on a conflict. fd is the
 // handle's own open file; -1 (a file inside a disk image) shares within this process only.

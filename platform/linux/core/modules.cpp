@@ -3,7 +3,8 @@
 //
 // A module is a table of entry points; loading one puts a module object into the handle table, so a
 // library that is never freed shows up as an open handle. Loads of one module share one handle and count,
-// as on Windows: the handle lives until as many FreeLibrary calls as there were loads.
+// as on Windows: the handle lives until as many FreeLibrary calls as there were loads. A resident module
+// (ntdll.dll) is there from the start instead: found without a load, never freed, outside the handle table.
 #include <cstdlib>
 #include <mutex>
 #include <vector>
@@ -57,6 +58,19 @@ std::shared_ptr<const ModuleDefinition> FindRegisteredLocked(const WString& file
 LoadedModule* FindLoadedLocked(const std::shared_ptr<const ModuleDefinition>& definition) {
     for (LoadedModule& module : Loaded()) {
         if (module.object->definition == definition) return &module;
+    }
+    return nullptr;
+}
+
+// A resident module's handle is its definition's address: never in the handle table, never freed, and
+// the same for every caller while the module is registered.
+HMODULE ResidentHandle(const std::shared_ptr<const ModuleDefinition>& definition) {
+    return reinterpret_cast<HMODULE>(const_cast<ModuleDefinition*>(definition.get()));
+}
+
+std::shared_ptr<const ModuleDefinition> FindResidentLocked(HMODULE module) {
+    for (const Registration& registration : Registrations()) {
+        if (registration.definition->resident && ResidentHandle(registration.definition) == module) return registration.definition;
     }
     return nullptr;
 }
@@ -131,6 +145,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR path) {
     auto definition = fileName.empty() ? nullptr : FindRegisteredLocked(fileName);
     if (!definition) return Fail(ERROR_MOD_NOT_FOUND, static_cast<HMODULE>(nullptr));
     if (definition->loadError != 0) return Fail(definition->loadError, static_cast<HMODULE>(nullptr));
+    if (definition->resident) return ResidentHandle(definition);
     if (LoadedModule* loaded = FindLoadedLocked(definition)) {
         ++loaded->object->loads;
         return reinterpret_cast<HMODULE>(loaded->handle);
@@ -152,16 +167,26 @@ HMODULE WINAPI GetModuleHandleW(LPCWSTR name) {
         if (!fileName.empty() && NamesEqualNoCase(module.object->fileName, fileName))
             return reinterpret_cast<HMODULE>(module.handle);
     }
+    auto definition = fileName.empty() ? nullptr : FindRegisteredLocked(fileName);
+    if (definition && definition->resident) return ResidentHandle(definition);
     return Fail(ERROR_MOD_NOT_FOUND, static_cast<HMODULE>(nullptr));
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
-    auto object = LookupHandleAs<ModuleObject>(reinterpret_cast<HANDLE>(module));
-    if (!object) return Fail(ERROR_MOD_NOT_FOUND, static_cast<FARPROC>(nullptr));
+    std::shared_ptr<const ModuleDefinition> definition;
+    {
+        std::lock_guard guard(g_modulesLock);
+        definition = FindResidentLocked(module);
+    }
+    if (!definition) {
+        auto object = LookupHandleAs<ModuleObject>(reinterpret_cast<HANDLE>(module));
+        if (!object) return Fail(ERROR_MOD_NOT_FOUND, static_cast<FARPROC>(nullptr));
+        definition = object->definition;
+    }
     // Below 0x10000 the "name" is an ordinal; our modules export by name only.
     if (reinterpret_cast<uintptr_t>(name) < 0x10000) return Fail(ERROR_PROC_NOT_FOUND, static_cast<FARPROC>(nullptr));
-    auto entry = object->definition->entryPoints.find(name);
-    if (entry == object->definition->entryPoints.end() || entry->second == nullptr)
+    auto entry = definition->entryPoints.find(name);
+    if (entry == definition->entryPoints.end() || entry->second == nullptr)
         return Fail(ERROR_PROC_NOT_FOUND, static_cast<FARPROC>(nullptr));
     return entry->second;
 }
@@ -170,6 +195,8 @@ BOOL WINAPI FreeLibrary(HMODULE module) {
     std::shared_ptr<ModuleObject> released;  // dies outside the lock
     {
         std::lock_guard guard(g_modulesLock);
+        // A resident module stays loaded however often it is freed.
+        if (FindResidentLocked(module)) return TRUE;
         auto& loaded = Loaded();
         for (auto it = loaded.begin(); it != loaded.end(); ++it) {
             if (it->handle != reinterpret_cast<HANDLE>(module)) continue;

@@ -27,6 +27,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 #include "../core/internal.h"
@@ -147,6 +148,29 @@ bool IsSameOrBelow(const WString& inner, const WString& outer) {
     return a.size() == b.size() || a[b.size()] == '\\' || b.back() == '\\';
 }
 
+// The host's stand-in for the shell's progress window.
+std::mutex g_progressLock;
+ShellProgressObserver g_progressObserver;
+
+ShellProgressObserver CurrentProgressObserver() {
+    std::lock_guard lock(g_progressLock);
+    return g_progressObserver;
+}
+
+struct ProgressContext {
+    const ShellProgressObserver& observer;
+    ShellCopyProgress& progress;
+};
+
+DWORD CALLBACK ReportChunk(LARGE_INTEGER total, LARGE_INTEGER transferred, LARGE_INTEGER, LARGE_INTEGER, DWORD, DWORD, HANDLE,
+                           HANDLE, LPVOID data) {
+    auto& context = *static_cast<ProgressContext*>(data);
+    context.progress.fileBytes = static_cast<ULONGLONG>(total.QuadPart);
+    context.progress.fileDone = static_cast<ULONGLONG>(transferred.QuadPart);
+    context.observer(context.progress);
+    return PROGRESS_CONTINUE;
+}
+
 int CopyFolder(const ShellRun& run, const WString& source, const WString& target);
 
 int CopyOneFile(const ShellRun& run, const WString& source, const WString& target) {
@@ -172,7 +196,17 @@ int CopyOneFile(const ShellRun& run, const WString& source, const WString& targe
         const WString parent = target.substr(0, target.size() - name.size());
         if (const int made = MakeFolders(parent)) return made;
     }
-    if (!CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0)) return static_cast<int>(LastError());
+    ShellProgressObserver observer = (run.flags & FOF_SILENT) ? ShellProgressObserver() : CurrentProgressObserver();
+    if (!observer) {
+        if (!CopyFileExW(source.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0)) return static_cast<int>(LastError());
+        return 0;
+    }
+    ShellCopyProgress progress;
+    progress.source = source;
+    progress.target = target;
+    ProgressContext context{observer, progress};
+    observer(progress);
+    if (!CopyFileExW(source.c_str(), target.c_str(), ReportChunk, &context, nullptr, 0)) return static_cast<int>(LastError());
     return 0;
 }
 
@@ -271,8 +305,9 @@ private:
     }
 
     void RemoveOne(int dirFd, const std::string& name, const struct stat& status) {
-        // An entry another handle holds without sharing deletion stays, as Windows keeps it.
-        if (!CheckShare(status.st_dev, status.st_ino, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) {
+        // An entry another handle holds without sharing deletion stays, as Windows keeps it, whichever
+        // process holds it.
+        if (!CheckShareAt(dirFd, name, status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) {
             Note(ERROR_SHARING_VIOLATION);
             return;
         }
@@ -424,6 +459,11 @@ int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation) {
     }
     if (result == ERROR_CANCELLED) operation->fAnyOperationsAborted = TRUE;
     return result;
+}
+
+void SetShellProgressObserver(ShellProgressObserver observer) {
+    std::lock_guard lock(g_progressLock);
+    g_progressObserver = std::move(observer);
 }
 
 }  // namespace vlx

@@ -169,6 +169,9 @@ PartitionTable ReadPartitionTable(int fd, ULONGLONG size, DWORD sectorSize) {
     return table;
 }
 
+constexpr DWORDLONG kJournalMaximumSize = 32ULL << 20;
+constexpr DWORDLONG kJournalAllocationDelta = 4ULL << 20;
+
 // The engine for the file system in the volume's bytes, if we know it. A damaged file system of a kind
 // we know leaves the volume RAW, as Windows shows it.
 void OpenEngine(ImageVolume& volume, const AttachedDisk& disk, const std::shared_ptr<VolumeBytes>& bytes) {
@@ -244,6 +247,13 @@ int AttachDiskImage(const std::string& imagePath, const DiskAttachOptions& optio
             if (letter != '-') volume->letter = (letter >= 'a' && letter <= 'z') ? static_cast<WCHAR>(letter - 'a' + 'A') : letter;
         }
         OpenEngine(*volume, *disk, std::make_shared<VolumeBytes>(disk->image, partition.offset, partition.length));
+        if (options.activateJournal && volume->engine && volume->facts.fileSystem == _T("NTFS")) {
+            // The sizes Windows picks for a journal made by hand on a small volume.
+            CREATE_USN_JOURNAL_DATA journal{kJournalMaximumSize, kJournalAllocationDelta};
+            DWORD returned = 0;
+            if (!volume->engine->VolumeControl(FSCTL_CREATE_USN_JOURNAL, &journal, sizeof journal, nullptr, 0, returned))
+                return refuse(imagePath + ": the change journal cannot be made active");
+        }
         disk->volumes.push_back(std::move(volume));
     }
     if (!RegisterDisk(disk, error)) return -1;

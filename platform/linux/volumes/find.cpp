@@ -9,6 +9,7 @@
 
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "host_link_names.h"
 #include "host_names.h"
 #include "image_calls.h"
 
@@ -144,32 +145,6 @@ BOOL WINAPI FindClose(HANDLE handle) {
 
 namespace {
 
-// Every name under a volume's host folder that is the same file, found by walking the volume without
-// leaving its host file system and without following links. The walk stops once all names are found.
-void CollectNames(const std::string& folder, const WString& relative, dev_t device, ino_t inode, size_t wanted,
-                  std::vector<WString>& names, int depth) {
-    if (depth > 256 || names.size() >= wanted) return;
-    DIR* dir = opendir(folder.c_str());
-    if (dir == nullptr) return;
-    std::vector<std::pair<std::string, bool>> children;
-    while (dirent* entry = readdir(dir)) {
-        const std::string hostName = entry->d_name;
-        if (hostName == "." || hostName == "..") continue;
-        children.emplace_back(hostName, entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN);
-    }
-    closedir(dir);
-    std::sort(children.begin(), children.end());
-    for (const auto& [hostName, maybeFolder] : children) {
-        if (names.size() >= wanted) return;
-        const std::string hostPath = JoinHost(folder, hostName);
-        struct stat status {};
-        if (lstat(hostPath.c_str(), &status) != 0 || status.st_dev != device) continue;
-        const WString name = relative + _T("\\") + WindowsNameOfHost(hostName);
-        if (S_ISDIR(status.st_mode)) CollectNames(hostPath, name, device, inode, wanted, names, depth + 1);
-        else if (status.st_ino == inode && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
-    }
-}
-
 // Copies one name out as FindFirstFileNameW does: the length goes in as the buffer size and comes out as
 // the needed size when the name does not fit.
 bool CopyLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
@@ -198,11 +173,7 @@ HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWST
     auto find = std::make_shared<FileNameFindObject>();
     // The name given comes first; the walk adds the others.
     find->names.push_back(resolved.volumeRelative());
-    if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) {
-        struct stat rootStatus {};
-        if (stat(resolved.volumeRoot.c_str(), &rootStatus) == 0 && rootStatus.st_dev == status.st_dev)
-            CollectNames(resolved.volumeRoot, WString(), status.st_dev, status.st_ino, status.st_nlink, find->names, 0);
-    }
+    if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) CollectHostLinkNames(resolved, status, find->names);
     if (!CopyLinkName(find->names[0], length, name)) return INVALID_HANDLE_VALUE;
     find->next = 1;
     return InsertHandle(std::move(find));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../../win32.h"
+#include "../../wstr.h"
 
 namespace vlx {
 
@@ -39,5 +40,12 @@ std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_
 // The selected parts of a file's descriptor as one self-relative block, and the write of them.
 std::optional<BOOL> ImageGetFileSecurity(LPCWSTR path, SECURITY_INFORMATION requested, std::vector<BYTE>& block);
 std::optional<BOOL> ImageSetFileSecurity(LPCWSTR path, SECURITY_INFORMATION parts, const std::vector<BYTE>& selfRelative);
+
+// ntdll's open by file id: a file of the volume behind an open volume device, by its file index (NTFS:
+// the file reference); INVALID_HANDLE_VALUE with the last error set (ERROR_INVALID_PARAMETER for a
+// reference that names no file in use).
+HANDLE ImageOpenByIndex(HANDLE volumeDevice, ULONGLONG fileIndex, DWORD access, DWORD share);
+// The path of an open file from its volume's root ("\a\b", "\" for the root).
+std::optional<BOOL> ImageFileName(HANDLE file, WString& relative);
 
 }  // namespace vlx

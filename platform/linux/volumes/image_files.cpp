@@ -98,6 +98,21 @@ std::optional<BOOL> OnPath(LPCWSTR path, Body&& body) {
     return body(*target.path.volume->engine, target.path.components) ? TRUE : FALSE;
 }
 
+// Takes part in the share modes and enters the handle table, for an open file whose entry is status.
+HANDLE InsertOpenFile(std::shared_ptr<ImageFileObject> object, const VolumeEntry& status, DWORD share) {
+    object->isFolder = (status.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    object->record.device = ShareDevice(*object->volume);
+    object->record.inode = static_cast<ino_t>(status.fileIndex);
+    object->record.access = object->access;
+    object->record.share = share;
+    // A file inside an image has no host descriptor of its own to lock: it shares within this process.
+    if (!RegisterOpen(&object->record, -1)) return INVALID_HANDLE_VALUE;
+    object->registered = true;
+    HANDLE handle = InsertHandle(std::move(object));
+    SetLastErrorCode(ERROR_SUCCESS);
+    return handle;
+}
+
 }  // namespace
 
 ImageFileObject::~ImageFileObject() {
@@ -124,17 +139,7 @@ std::optional<HANDLE> ImageCreateFile(LPCWSTR path, DWORD access, DWORD share, D
         if (!object->file) return INVALID_HANDLE_VALUE;
         if (!object->file->Stat(status)) return INVALID_HANDLE_VALUE;
     }
-    object->isFolder = (status.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    object->record.device = ShareDevice(*object->volume);
-    object->record.inode = static_cast<ino_t>(status.fileIndex);
-    object->record.access = object->access;
-    object->record.share = share;
-    // A file inside an image has no host descriptor of its own to lock: it shares within this process.
-    if (!RegisterOpen(&object->record, -1)) return INVALID_HANDLE_VALUE;
-    object->registered = true;
-    HANDLE handle = InsertHandle(std::move(object));
-    SetLastErrorCode(ERROR_SUCCESS);
-    return handle;
+    return InsertOpenFile(std::move(object), status, share);
 }
 
 std::optional<BOOL> ImageReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
@@ -455,6 +460,36 @@ std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_
     if (!SetFileAttributesW(newName, wanted == 0 ? FILE_ATTRIBUTE_NORMAL : wanted)) return FALSE;
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
+}
+
+// ---- ntdll's open by file id and name query on image volumes.
+
+HANDLE ImageOpenByIndex(HANDLE volumeDevice, ULONGLONG fileIndex, DWORD access, DWORD share) {
+    auto device = LookupHandleAs<DeviceObject>(volumeDevice);
+    if (!device) return Fail(ERROR_INVALID_HANDLE, INVALID_HANDLE_VALUE);
+    // A physical disk, or a volume holding no file system we know, has no files to open.
+    if (!device->volume || !device->volume->engine) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    if (device->Gone()) return Fail(ERROR_DEVICE_NOT_CONNECTED, INVALID_HANDLE_VALUE);
+    auto object = std::make_shared<ImageFileObject>();
+    object->volume = device->volume;
+    object->access = ExpandAccess(access);
+    VolumeEntry status;
+    {
+        std::lock_guard lock(object->volume->engineLock);
+        object->file = object->volume->engine->OpenByIndex(fileIndex, object->access, share);
+        if (!object->file) return INVALID_HANDLE_VALUE;
+        if (!object->file->Stat(status)) return INVALID_HANDLE_VALUE;
+    }
+    return InsertOpenFile(std::move(object), status, share);
+}
+
+std::optional<BOOL> ImageFileName(HANDLE file, WString& relative) {
+    auto object = LookupHandleAs<ImageFileObject>(file);
+    if (!object) return std::nullopt;
+    VolumeEntry status;
+    return OnFile(*object, [&](VolumeFile& handle) {
+        return handle.Stat(status) && object->volume->engine->NameOfIndex(status.fileIndex, relative);
+    });
 }
 
 }  // namespace vlx

@@ -178,6 +178,25 @@ public:
         return Done(engine_->Open(EnginePath(path), file)) &&
                Done(file->SetSecurity(selection, selfRelative.data(), static_cast<DWORD>(selfRelative.size())));
     }
+    // The master file table and change journal controls, answered in the layouts Windows gives.
+    bool VolumeControl(DWORD code, const void* in, DWORD inSize, void* out, DWORD outSize, DWORD& returned) override {
+        returned = 0;
+        switch (code) {
+            case FSCTL_GET_NTFS_VOLUME_DATA:
+                return Done(engine_->NtfsVolumeData(out, outSize, returned));
+            case FSCTL_QUERY_USN_JOURNAL:
+                return Done(engine_->UsnJournalData(out, outSize, returned));
+            case FSCTL_ENUM_USN_DATA:
+                return Done(engine_->EnumUsnData(in, inSize, out, outSize, returned));
+            case FSCTL_CREATE_USN_JOURNAL: {
+                if (in == nullptr || inSize < sizeof(CREATE_USN_JOURNAL_DATA)) return Fail(ERROR_INVALID_PARAMETER, false);
+                CREATE_USN_JOURNAL_DATA request;
+                std::memcpy(&request, in, sizeof request);
+                return Done(engine_->CreateUsnJournal(request.MaximumSize, request.AllocationDelta));
+            }
+        }
+        return Fail(ERROR_INVALID_FUNCTION, false);
+    }
     // Detach writes everything the engine holds back into the image.
     bool Flush() override { return Done(engine_->Detach()); }
     // The copy is consistent because the live records are written out first, and stays so because every
