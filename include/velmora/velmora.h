@@ -286,6 +286,7 @@ VELMORA_EXPORT void GetFileCountInFolderFromMFT(CString path, ULONGLONG* pFileCo
 // Appends the full path of every entry to *pList (required), in the order of the walk; an entry whose
 // path from the root is longer than 259 characters is left out.
 VELMORA_EXPORT void GetFileListFromMFT(CString path, std::vector<std::basic_string<WCHAR>>* pList);
+
 // ---- Volume snapshots, through the system's shadow copy service (vssapi.dll). One shadow copy per
 // process: InitializeVssBackUp, any number of VssOpenFile, then CloseVssBackUp (due after a failed
 // initialisation too). The caller serialises the three, initialises COM in its thread and runs elevated.
