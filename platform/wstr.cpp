@@ -30,6 +30,16 @@ int WStrICmp(LPCWSTR text, LPCWSTR other) {
     }
 }
 
+int WStrNICmp(LPCWSTR text, LPCWSTR other, size_t count) {
+    for (; count > 0; --count, ++text, ++other) {
+        const WCHAR a = WCharToLower(*text);
+        const WCHAR b = WCharToLower(*other);
+        if (a != b) return a < b ? -1 : 1;
+        if (a == 0) return 0;
+    }
+    return 0;
+}
+
 namespace {
 
 void AppendPadded(WString& out, const WString& body, size_t width, bool leftAlign, WCHAR pad) {

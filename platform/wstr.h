@@ -18,6 +18,8 @@ int WStrCmp(LPCWSTR text, LPCWSTR other);
 // Case-insensitive comparison as the CRT does it in the "C" locale that an MFC program runs in unless it
 // sets another: only A-Z and a-z are folded, every other unit compares by value.
 int WStrICmp(LPCWSTR text, LPCWSTR other);
+// The same over at most the first count units (_wcsnicmp): a shorter string differs at its terminator.
+int WStrNICmp(LPCWSTR text, LPCWSTR other, size_t count);
 WCHAR WCharToUpper(WCHAR unit);
 WCHAR WCharToLower(WCHAR unit);
 

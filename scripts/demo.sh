@@ -141,3 +141,12 @@ show --disk "$disk:EF" mft count 'E:' --no-journal
 show --disk "$disk:EF" mft list 'E:\pics'
 show --disk "$disk:EF" mft count 'E:'
 show --disk "$disk:EF" mft count 'F:'
+# ---- Volume snapshots: a file another program holds open without sharing, copied out of a shadow copy
+# of its volume while it stays locked. Shadow copies need root, as they need an administrator on Windows.
+echo
+echo "Volume snapshots: a locked file on E: copied out of a shadow copy of the volume"
+printf 'ledger: 42 entries, balanced\n' > "$work/data/ledger.txt"
+show --map "D=$work/data" --disk "$disk:EF" copy 'D:\ledger.txt' 'E:\'
+show --disk "$disk:EF" snapshot E: --copy 'E:\ledger.txt' "$work/ledger-copy.txt" --hold
+(cmp -s "$work/data/ledger.txt" "$work/ledger-copy.txt" && echo "the copy equals the locked file") ||
+  echo "(no copy: shadow copies need root)"

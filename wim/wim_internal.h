@@ -4,11 +4,9 @@
 #pragma once
 
 #include "../frame/frame_internal.h"
+#include "../frame/system_library.h"
 #include "../platform/wimgapi.h"
 
-// Loads a library by file name from the system folder; null (with the loader's last error) when it
-// cannot be loaded.
-HMODULE LoadSystemLibrary(LPCWSTR fileName);
 
 // The callback data of one capture or apply: the caller's targets, either of which may be null.
 struct WimCallbackParam {

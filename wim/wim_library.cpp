@@ -1,17 +1,8 @@
-// The machinery every image export shares: the system library's loading, the message callback and its
-// pump, the fixed path buffers, the temporary folder and the order of release.
+// The machinery every image export shares: the message callback and its pump, the fixed path buffers,
+// the temporary folder and the order of release.
 #include <cstring>
 
 #include "wim_internal.h"
-
-HMODULE LoadSystemLibrary(LPCWSTR fileName) {
-    WCHAR systemFolder[MAX_PATH];
-    std::memset(systemFolder, 0, sizeof systemFolder);
-    sys().GetSystemDirectoryW(systemFolder, MAX_PATH);
-    CString path;
-    path.Format(_T("%s\\%s"), systemFolder, fileName);
-    return sys().LoadLibraryW(path);
-}
 
 void PumpWaitingMessages() {
     MSG msg;

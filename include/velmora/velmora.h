@@ -286,3 +286,21 @@ VELMORA_EXPORT void GetFileCountInFolderFromMFT(CString path, ULONGLONG* pFileCo
 // Appends the full path of every entry to *pList (required), in the order of the walk; an entry whose
 // path from the root is longer than 259 characters is left out.
 VELMORA_EXPORT void GetFileListFromMFT(CString path, std::vector<std::basic_string<WCHAR>>* pList);
+
+// ---- Volume snapshots, through the system's shadow copy service (vssapi.dll). One shadow copy per
+// process: InitializeVssBackUp, any number of VssOpenFile, then CloseVssBackUp (due after a failed
+// initialisation too). The caller serialises the three, initialises COM in its thread and runs elevated.
+
+// Makes a shadow copy of volume (a drive root such as "E:" or "E:\", or "\\?\Volume{GUID}\"; a missing
+// trailing backslash is added) with backupType (VSS_BT_*). devicePath (260 units, may be null) receives
+// the copy's device path. *snapshotId (may be null): in, zero asks for a new copy and any other id names
+// the snapshot to use; out, on success, the id whose properties were read. 1 on success, 0 otherwise, with
+// no last error of the library's own.
+VELMORA_EXPORT BOOL InitializeVssBackUp(LPCWSTR volume, DWORD backupType, LPWSTR devicePath, GUID* snapshotId);
+// Opens a file of the copied volume for reading, without sharing, from the copy: path is spelled with the
+// volume name in the "\\?\Volume{GUID}\" form the copy's properties give (any letter case). Null when there
+// is no copy, the path is not on that volume or the open fails (its last error stands). Close the handle
+// with CloseHandle.
+VELMORA_EXPORT HANDLE VssOpenFile(LPCWSTR path);
+// Lets the copy and the state go; safe in every state, twice in a row too.
+VELMORA_EXPORT void CloseVssBackUp();

@@ -191,3 +191,9 @@ using ShellProgressObserver = std::function<void(const ShellCopyProgress& progre
 void SetShellProgressObserver(ShellProgressObserver observer);
 
 }  // namespace vlx
+
+// ---- Shadow copies of image volumes (the built-in vssapi.dll makes them).
+namespace vlx {
+// Copies alive in the process, each reachable as \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN.
+size_t ShadowCopyCount();
+}  // namespace vlx

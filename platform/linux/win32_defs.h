@@ -1327,3 +1327,8 @@ typedef struct _FILE_NAME_INFORMATION {
 } FILE_NAME_INFORMATION, *PFILE_NAME_INFORMATION;
 // ---- File calls answering as Windows does
 #define ERROR_INVALID_USER_BUFFER 1784L
+
+// ---- Volume snapshots: waits on the shadow copy service's asynchronous operations.
+#ifndef INFINITE
+#define INFINITE 0xFFFFFFFFUL
+#endif

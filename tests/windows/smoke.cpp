@@ -374,6 +374,29 @@ void MasterFileTable(HMODULE module) {
     Check(paths.size() == 1, "GetFileListFromMFT of an empty path changes nothing");
 }
 
+// Volume snapshots. Wine has no shadow copy service: InitializeVssBackUp fails at whichever step its
+// vssapi.dll refuses, writing nothing to the caller's outputs, and with no copy VssOpenFile gives null.
+// CloseVssBackUp is checked in the empty state, twice; after the failed initialisation it would hand the
+// (empty) properties to Wine's VssFreeSnapshotPropertiesInternal, an unimplemented stub that raises, so
+// the smoke run leaves that close out where Windows needs it.
+void VolumeSnapshots(HMODULE module) {
+    auto initialize = EXPORT(module, InitializeVssBackUp);
+    auto open = EXPORT(module, VssOpenFile);
+    auto close = EXPORT(module, CloseVssBackUp);
+    if (!initialize || !open || !close) return;
+    close();
+    close();
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "CloseVssBackUp twice with nothing held; VssOpenFile gives null");
+    const bool apartment = SUCCEEDED(CoInitialize(nullptr));
+    wchar_t device[MAX_PATH] = L"untouched";
+    GUID id = {};
+    const GUID zero = {};
+    Check(initialize(L"C:", 5, device, &id) == 0 && std::wcscmp(device, L"untouched") == 0 && std::memcmp(&id, &zero, sizeof id) == 0,
+          "InitializeVssBackUp fails cleanly without a shadow copy service, outputs untouched");
+    Check(open(L"C:\\windows\\win.ini") == nullptr, "VssOpenFile gives null after the failed initialisation");
+    if (apartment) CoUninitialize();
+}
+
 int wmain(int argc, wchar_t** argv) {
     const wchar_t* dll = argc > 1 ? argv[1] : L"Velmora.dll";
     HMODULE module = LoadLibraryW(dll);
@@ -403,6 +426,7 @@ int wmain(int argc, wchar_t** argv) {
     ShellArchives(module);
     RawVolumeAccess(module);
     MasterFileTable(module);
+    VolumeSnapshots(module);
 
     Check(FreeLibrary(module) != FALSE, "FreeLibrary runs the library's detach and succeeds");
     std::printf("%d failure(s)\n", g_failures);

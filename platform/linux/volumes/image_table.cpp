@@ -2,7 +2,10 @@
 // drive letter given to it or by its volume name.
 #include "image_table.h"
 
+#include <algorithm>
 #include <map>
+
+#include "shadow_copy.h"
 
 namespace vlx {
 
@@ -100,6 +103,7 @@ ImagePath ResolveImagePath(LPCWSTR path) {
     WString text = path;
     WString rest;
     static const WString kVolumePrefix = _T("\\\\?\\Volume{");
+    static const WString kDevicesPrefix = _T("\\\\?\\GLOBALROOT\\Device\\");
     if (text.size() >= 2 && IsDriveLetter(text[0]) && text[1] == ':') {
         out.volume = VolumeByLetter(text[0]);
         rest = text.substr(2);
@@ -112,6 +116,12 @@ ImagePath ResolveImagePath(LPCWSTR path) {
         if (close == WString::npos) return out;
         out.volume = VolumeByName(text.substr(0, close + 1));
         rest = text.substr(close + 1);
+    } else if (text.size() > kDevicesPrefix.size() &&
+               WStrICmp(text.substr(0, kDevicesPrefix.size()).c_str(), kDevicesPrefix.c_str()) == 0) {
+        // Shadow copies are the only devices of the object namespace that hold files here.
+        const size_t end = std::min(text.find_first_of(_T("\\/"), kDevicesPrefix.size()), text.size());
+        out.volume = ShadowCopyVolume(text.substr(0, end));
+        rest = text.substr(end);
     }
     if (!out.volume) return out;
     const bool longForm = text.compare(0, 4, _T("\\\\?\\")) == 0;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "ntfs/ntfs_engine.h"
+#include "shadow_copy.h"
 #include "volume.h"
 
 namespace vlx {
@@ -85,7 +86,8 @@ private:
 
 class NtfsVolume : public Volume {
 public:
-    explicit NtfsVolume(std::unique_ptr<ntfs::Volume> engine) : engine_(std::move(engine)) {}
+    explicit NtfsVolume(std::unique_ptr<ntfs::Volume> engine, bool isShadowCopy = false)
+        : engine_(std::move(engine)), isShadowCopy_(isShadowCopy) {}
 
     VolumeFacts Facts() override {
         VolumeFacts facts;
@@ -199,9 +201,21 @@ public:
     }
     // Detach writes everything the engine holds back into the image.
     bool Flush() override { return Done(engine_->Detach()); }
+    // The copy is consistent because the live records are written out first, and stays so because every
+    // later write is announced to the store before it lands.
+    std::unique_ptr<Volume> MakeShadowCopy(const std::shared_ptr<ShadowStore>& store) override {
+        using Result = std::unique_ptr<Volume>;
+        if (isShadowCopy_) return Fail(ERROR_NOT_SUPPORTED, Result());  // its bytes are not the image's
+        if (!Done(engine_->Sync())) return Result();
+        engine_->AddWriteObserver(store);
+        std::unique_ptr<ntfs::Volume> copy;
+        if (!Done(ntfs::Volume::AttachSource(store, copy))) return Result();
+        return std::make_unique<NtfsVolume>(std::move(copy), true);
+    }
 
 private:
     std::unique_ptr<ntfs::Volume> engine_;
+    bool isShadowCopy_;
 };
 
 }  // namespace

@@ -15,6 +15,8 @@
 
 namespace vlx {
 
+class ShadowStore;
+
 // What GetFileAttributesW, FindFirstFileW and GetFileInformationByHandle report of one entry.
 struct VolumeEntry {
     WString name;                 // the last component as stored on the volume (its case kept)
@@ -120,6 +122,12 @@ public:
     virtual bool SetSecurity(const VolumePath& path, SECURITY_INFORMATION selection, const std::vector<BYTE>& selfRelative);
     // Writes everything held in memory to the image; detach calls it last.
     virtual bool Flush() { return true; }
+    // A shadow copy: a read-only volume that keeps what this one holds now, reading through store (made
+    // over this volume's bytes) while the store saves each block before this volume overwrites it. Kinds
+    // that cannot be copied fail with ERROR_NOT_SUPPORTED.
+    virtual std::unique_ptr<Volume> MakeShadowCopy(const std::shared_ptr<ShadowStore>& store) {
+        return Fail(ERROR_NOT_SUPPORTED, std::unique_ptr<Volume>());
+    }
 };
 
 // The open image file of an attached disk, closed when its last user lets go of it: a volume engine

@@ -54,7 +54,7 @@ int DeviceOpen(ntfs_device* dev, int flags) {
 int DeviceClose(ntfs_device* dev) {
     ImageDevice& device = DeviceOf(dev);
     int result = 0;
-    if (device.written && fsync(device.fd) != 0) result = -1;
+    if (device.written && device.fd >= 0 && fsync(device.fd) != 0) result = -1;
     NDevClearOpen(dev);
     return result;
 }
@@ -67,6 +67,13 @@ s64 DevicePread(ntfs_device* dev, void* buffer, s64 count, s64 offset) {
     }
     if (static_cast<ULONGLONG>(offset) >= device.length) return 0;
     count = std::min<s64>(count, static_cast<s64>(device.length - offset));
+    if (device.source) {
+        if (!device.source->Read(static_cast<ULONGLONG>(offset), buffer, static_cast<size_t>(count))) {
+            errno = EIO;
+            return -1;
+        }
+        return count;
+    }
     s64 done = 0;
     while (done < count) {
         const ssize_t got = pread(device.fd, static_cast<char*>(buffer) + done, count - done,
@@ -90,6 +97,19 @@ s64 DevicePwrite(ntfs_device* dev, const void* buffer, s64 count, s64 offset) {
     if (offset < 0 || count < 0 || static_cast<ULONGLONG>(offset) + count > device.length) {
         errno = ENOSPC;
         return -1;
+    }
+    // What a shadow copy of the volume still needs is saved before it is overwritten.
+    for (auto at = device.observers.begin(); at != device.observers.end();) {
+        const auto observer = at->lock();
+        if (!observer) {
+            at = device.observers.erase(at);
+            continue;
+        }
+        if (!observer->BeforeWrite(static_cast<ULONGLONG>(offset), static_cast<ULONGLONG>(count))) {
+            errno = EIO;
+            return -1;
+        }
+        ++at;
     }
     s64 done = 0;
     while (done < count) {
@@ -527,12 +547,6 @@ DWORD Volume::Attach(const std::string& imagePath, ULONGLONG offset, ULONGLONG l
 
 DWORD Volume::AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out) {
     Lock lock(EngineLock());
-    static const bool quiet = [] {
-        ntfs_log_set_handler(ntfs_log_handler_null);  // failures come back as results, never as text
-        return true;
-    }();
-    (void)quiet;
-
     if (length == 0 || offset + length < offset) return ERROR_INVALID_PARAMETER;
     const int mode = fcntl(fd, F_GETFL);
     if (mode < 0) return ERROR_INVALID_HANDLE;
@@ -555,6 +569,30 @@ DWORD Volume::AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readO
     state->device.offset = offset;
     state->device.length = length;
     state->readOnly = readOnly;
+    return Mount(std::move(state), out);
+}
+
+DWORD Volume::AttachSource(std::shared_ptr<ByteSource> source, std::unique_ptr<Volume>& out) {
+    Lock lock(EngineLock());
+    NTFS_BOOT_SECTOR boot{};
+    if (!source || source->Length() < sizeof(boot) || !source->Read(0, &boot, sizeof(boot)) ||
+        std::memcmp(&boot.oem_id, "NTFS    ", sizeof(boot.oem_id)) != 0) {
+        return ERROR_UNRECOGNIZED_VOLUME;
+    }
+    auto state = std::make_shared<VolumeState>();
+    state->device.length = source->Length();
+    state->device.source = std::move(source);
+    state->readOnly = true;
+    return Mount(std::move(state), out);
+}
+
+DWORD Volume::Mount(std::shared_ptr<VolumeState> state, std::unique_ptr<Volume>& out) {
+    static const bool quiet = [] {
+        ntfs_log_set_handler(ntfs_log_handler_null);  // failures come back as results, never as text
+        return true;
+    }();
+    (void)quiet;
+    const bool readOnly = state->readOnly;
     ntfs_device* dev = ntfs_device_alloc("image", 0, &kImageDeviceOperations, &state->device);
     if (!dev) return ERROR_NOT_ENOUGH_MEMORY;
     const auto flags = static_cast<ntfs_mount_flags>(readOnly ? NTFS_MNT_RDONLY : NTFS_MNT_RECOVER);
@@ -587,12 +625,35 @@ DWORD Volume::Detach() {
     ntfs_volume* vol = state.vol;
     state.vol = nullptr;
     const DWORD result = ntfs_umount(vol, kNtfsFalse) != 0 ? ErrorFromErrno(errno) : ERROR_SUCCESS;
-    close(state.device.fd);
+    if (state.device.fd >= 0) close(state.device.fd);
     state.device.fd = -1;
     return result;
 }
 
 bool Volume::ReadOnly() const { return state_->readOnly; }
+
+DWORD Volume::Sync() {
+    Lock lock(EngineLock());
+    VolumeState& state = *state_;
+    if (!state.vol) return ERROR_INVALID_HANDLE;
+    if (state.readOnly) return ERROR_SUCCESS;
+    DWORD result = ERROR_SUCCESS;
+    // Records held open keep their changes in memory until they are closed; the volume's own files
+    // ($MFT, its mirror, the cluster bitmap) are held for the whole attachment.
+    for (auto& [record, node] : state.nodes) {
+        if (node->ni != nullptr && ntfs_inode_sync(node->ni) != 0) result = ErrorFromErrno(errno);
+    }
+    ntfs_volume* vol = state.vol;
+    for (ntfs_inode* own : {vol->mft_ni, vol->mftmirr_ni, vol->lcnbmp_ni, vol->vol_ni, vol->secure_ni}) {
+        if (own != nullptr && ntfs_inode_sync(own) != 0) result = ErrorFromErrno(errno);
+    }
+    return result;
+}
+
+void Volume::AddWriteObserver(std::weak_ptr<WriteObserver> observer) {
+    Lock lock(EngineLock());
+    state_->device.observers.push_back(std::move(observer));
+}
 
 DWORD Volume::Open(const WString& path, std::shared_ptr<File>& out) {
     Lock lock(EngineLock());

@@ -91,6 +91,23 @@ struct Extent {
     LONGLONG lcn = 0;             // -1 for a run with no clusters on disk (a hole)
 };
 
+// ---- Shadow copies: copy-on-write at the device.
+// Told of every write to a volume's bytes before it reaches the image, so that it can first save what the
+// write is about to overwrite. False fails the write, and nothing of it is written.
+class WriteObserver {
+public:
+    virtual ~WriteObserver() = default;
+    virtual bool BeforeWrite(ULONGLONG offset, ULONGLONG count) = 0;
+};
+// Bytes that a read-only attachment reads in place of an image file.
+class ByteSource {
+public:
+    virtual ~ByteSource() = default;
+    virtual ULONGLONG Length() const = 0;
+    // Exactly count bytes at offset (within Length()), or false.
+    virtual bool Read(ULONGLONG offset, void* buffer, size_t count) = 0;
+};
+
 struct VolumeState;
 struct Node;
 
@@ -147,6 +164,8 @@ public:
     // The same on an image the caller has open (read-write unless readOnly); the engine keeps a duplicate
     // of the descriptor, so the caller may close its own at once.
     static DWORD AttachImage(int fd, ULONGLONG offset, ULONGLONG length, bool readOnly, std::unique_ptr<Volume>& out);
+    // Read-only, over a source of bytes instead of an image file (a shadow copy's).
+    static DWORD AttachSource(std::shared_ptr<ByteSource> source, std::unique_ptr<Volume>& out);
     // Detaches, writing everything back; files still open fail with ERROR_INVALID_HANDLE afterwards.
     ~Volume();
     DWORD Detach();
@@ -190,9 +209,16 @@ public:
     DWORD EnumUsnData(const void* in, DWORD inSize, void* out, DWORD outSize, DWORD& returned);
     // Volume-relative path of a file reference ("\" for the root).
     DWORD PathOfReference(ULONGLONG fileReference, WString& path);
+    // Writes every record held in memory back to the image, files staying open, so that the image's bytes
+    // hold a whole file system from here until the next change.
+    DWORD Sync();
+    // From now on each write to the image is announced to the observer first, for as long as it lives.
+    void AddWriteObserver(std::weak_ptr<WriteObserver> observer);
 
 private:
     explicit Volume(std::shared_ptr<VolumeState> state);
+    // libntfs-3g's mount over the device that state describes.
+    static DWORD Mount(std::shared_ptr<VolumeState> state, std::unique_ptr<Volume>& out);
     std::shared_ptr<VolumeState> state_;
 };
 

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "ntfs_engine.h"
 
@@ -32,6 +33,10 @@ struct ImageDevice {
     ULONGLONG length = 0;  // bytes of the file system; nothing past it is read or written
     LONGLONG position = 0;
     bool written = false;
+    // A shadow copy's attachment reads here instead of fd (which is then -1).
+    std::shared_ptr<ByteSource> source;
+    // The shadow copies of a live volume, told of each write before it is made.
+    std::vector<std::weak_ptr<WriteObserver>> observers;
 };
 
 // One loaded record. Nothing else in the engine calls ntfs_inode_open, so one record has one inode
