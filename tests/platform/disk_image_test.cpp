@@ -379,4 +379,35 @@ TEST_F(DiskImages, NtfsVolumesServeFilesFoldersAndHardLinks) {
     EXPECT_EQ(List(_T("N:\\*")), (std::vector<std::string>{"error " + std::to_string(ERROR_FILE_NOT_FOUND)}));
 }
 
+
+TEST_F(DiskImages, TheCurrentFolderMayLieOnAnImageVolumeAndRelativePathsFollowIt) {
+    const auto attached = AttachNewNtfsVolume(Image("ntfs.img"), "N");
+    ASSERT_GE(attached->Number(), 0) << attached->Error();
+    ASSERT_TRUE(sys().CreateDirectoryW(_T("N:\\dir"), nullptr));
+    ASSERT_TRUE(sys().CreateDirectoryW(_T("N:\\dir\\sub"), nullptr));
+    WCHAR before[MAX_PATH] = {}, now[MAX_PATH] = {};
+    ASSERT_GT(sys().GetCurrentDirectoryW(MAX_PATH, before), 0u);
+
+    ASSERT_TRUE(sys().SetCurrentDirectoryW(_T("N:\\DIR")));
+    HANDLE file = sys().CreateFileW(_T("made.txt"), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE) << sys().GetLastError();
+    sys().CloseHandle(file);
+    EXPECT_NE(sys().GetFileAttributesW(_T("N:\\dir\\made.txt")), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(List(_T("*")), (std::vector<std::string>{".\\", "..\\", "made.txt 0", "sub\\"}));
+    ASSERT_TRUE(sys().SetCurrentDirectoryW(_T("sub")));
+    ASSERT_GT(sys().GetCurrentDirectoryW(MAX_PATH, now), 0u);
+    EXPECT_EQ(U(now), "N:\\DIR\\sub");
+    EXPECT_NE(sys().GetFileAttributesW(_T("..\\made.txt")), INVALID_FILE_ATTRIBUTES);
+
+    // Only folders, and a relative path that leads nowhere changes nothing.
+    sys().SetLastError(kJunkError);
+    EXPECT_FALSE(sys().SetCurrentDirectoryW(_T("..\\made.txt")));
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
+    EXPECT_FALSE(sys().SetCurrentDirectoryW(_T("missing")));
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    ASSERT_GT(sys().GetCurrentDirectoryW(MAX_PATH, now), 0u);
+    EXPECT_EQ(U(now), "N:\\DIR\\sub");
+    ASSERT_TRUE(sys().SetCurrentDirectoryW(before));
+}
+
 }  // namespace

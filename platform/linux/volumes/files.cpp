@@ -455,6 +455,7 @@ DWORD WINAPI GetCurrentDirectoryW(DWORD length, LPWSTR buffer) {
 }
 
 BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path) {
+    if (auto answer = ImageSetCurrentDirectory(path)) return *answer;
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return FALSE;
     if (!resolved.exists) return Fail(MissingError(resolved), FALSE);

@@ -37,6 +37,8 @@ std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD 
 std::optional<BOOL> ImageFindNextFileName(HANDLE find, LPDWORD length, PWSTR name);
 std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                                   DWORD flags);
+// The current folder moved onto an image volume's folder.
+std::optional<BOOL> ImageSetCurrentDirectory(LPCWSTR path);
 // The selected parts of a file's descriptor as one self-relative block, and the write of them.
 std::optional<BOOL> ImageGetFileSecurity(LPCWSTR path, SECURITY_INFORMATION requested, std::vector<BYTE>& block);
 std::optional<BOOL> ImageSetFileSecurity(LPCWSTR path, SECURITY_INFORMATION parts, const std::vector<BYTE>& selfRelative);

@@ -375,6 +375,25 @@ std::optional<BOOL> ImageFindNextFile(HANDLE handle, LPWIN32_FIND_DATAW data) {
     return TRUE;
 }
 
+std::optional<BOOL> ImageSetCurrentDirectory(LPCWSTR path) {
+    Target target = Reach(path);
+    if (!target.path.volume) return std::nullopt;
+    if (!target.usable) return FALSE;
+    // Paths relative to it are made full by their drive letter; a volume without one has no such form.
+    if (target.path.volume->letter == 0) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    VolumeEntry entry;
+    {
+        std::lock_guard lock(target.path.volume->engineLock);
+        if (!target.path.volume->engine->Lookup(target.path.components, entry)) return FALSE;
+    }
+    if ((entry.attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return Fail(ERROR_DIRECTORY, FALSE);
+    WString full{target.path.volume->letter, ':'};
+    for (const WString& name : target.path.components) full += _T("\\") + name;
+    if (target.path.components.empty()) full += _T("\\");
+    SetCurrentDirectoryPath(full);
+    return TRUE;
+}
+
 std::optional<BOOL> ImageCreateHardLink(LPCWSTR newName, LPCWSTR existing) {
     Target from = Reach(existing);
     Target to = Reach(newName);

@@ -101,6 +101,18 @@ ImagePath ResolveImagePath(LPCWSTR path) {
     ImagePath out;
     if (path == nullptr) return out;
     WString text = path;
+    // A path relative to the current folder (or to a drive's) reaches an image volume when that folder lies
+    // on one: it is made full first, as Windows does before anything else, leaving the last error alone.
+    const bool qualified = (text.size() >= 3 && IsDriveLetter(text[0]) && text[1] == ':' && IsSeparator(text[2])) ||
+                           (text.size() >= 2 && IsSeparator(text[0]) && IsSeparator(text[1]));
+    if (!qualified && !text.empty()) {
+        const DWORD kept = LastError();
+        WString full;
+        const bool made = FullWin32Path(path, full);
+        SetLastErrorCode(kept);
+        if (!made) return out;
+        text = full;
+    }
     WString rest;
     static const WString kVolumePrefix = _T("\\\\?\\Volume{");
     static const WString kDevicesPrefix = _T("\\\\?\\GLOBALROOT\\Device\\");
