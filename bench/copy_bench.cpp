@@ -87,11 +87,9 @@ void CopyWithCp(benchmark::State& state, const std::string& source) {
 }
 
 void PrintRatio(const RatioReporter& reporter, const std::string& what, const std::string& velmora, const std::string& cp) {
-    auto a = reporter.seconds.find(velmora);
-    auto b = reporter.seconds.find(cp);
-    if (a == reporter.seconds.end() || b == reporter.seconds.end() || b->second <= 0) return;
-    std::printf("%-28s CopyFilesNoneShell %8.3f s   cp -r %8.3f s   ratio %.3f (goal <= 1.15)\n", what.c_str(), a->second,
-                b->second, a->second / b->second);
+    const double a = reporter.Seconds(velmora), b = reporter.Seconds(cp);
+    if (a <= 0 || b <= 0) return;
+    std::printf("%-28s CopyFilesNoneShell %8.3f s   cp -r %8.3f s   ratio %.3f (goal <= 1.15)\n", what.c_str(), a, b, a / b);
 }
 
 }  // namespace
@@ -108,12 +106,8 @@ int main(int argc, char** argv) {
     int restCount = static_cast<int>(rest.size());
     benchmark::Initialize(&restCount, rest.data());
 
-    std::string pattern = g_settings.dir + "/velmora-copy-bench-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    g_root = pattern;
+    g_root = MakeBenchRoot(g_settings.dir, "copy");
+    if (g_root.empty()) return 1;
     std::printf("making %ld small files and a %ld MiB file under %s\n", g_settings.smallFiles, g_settings.bigMiB, g_root.c_str());
     std::fflush(stdout);
     MakeData();

@@ -136,11 +136,6 @@ void RawScan(benchmark::State& state, int entries) {
     state.counters["entries_per_s"] = benchmark::Counter(static_cast<double>(entries), benchmark::Counter::kIsIterationInvariantRate);
 }
 
-double Seconds(const RatioReporter& reporter, const std::string& name) {
-    auto found = reporter.seconds.find(name);
-    return found == reporter.seconds.end() ? 0 : found->second;
-}
-
 void PrintRatio(const char* what, double numerator, double denominator) {
     if (numerator > 0 && denominator > 0) std::printf("%-46s %.2f\n", what, numerator / denominator);
 }
@@ -164,11 +159,11 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     std::printf("\n");
-    PrintRatio("ntfsls -R / count, 100k (goal >= 1)", Seconds(reporter, "Ntfsls_100k"), Seconds(reporter, "Count_100k"));
-    PrintRatio("ntfsls -R / list, 100k (goal >= 1)", Seconds(reporter, "Ntfsls_100k"), Seconds(reporter, "List_100k"));
-    PrintRatio("raw scan / count, 100k (share of the limit)", Seconds(reporter, "RawScan_100k"), Seconds(reporter, "Count_100k"));
-    PrintRatio("raw scan / list, 100k (share of the limit)", Seconds(reporter, "RawScan_100k"), Seconds(reporter, "List_100k"));
-    PrintRatio("count 100k / count 10k (goal <= 11)", Seconds(reporter, "Count_100k"), Seconds(reporter, "Count_10k"));
-    PrintRatio("list 100k / list 10k (goal <= 11)", Seconds(reporter, "List_100k"), Seconds(reporter, "List_10k"));
+    PrintRatio("ntfsls -R / count, 100k (goal >= 1)", reporter.Seconds("Ntfsls_100k"), reporter.Seconds("Count_100k"));
+    PrintRatio("ntfsls -R / list, 100k (goal >= 1)", reporter.Seconds("Ntfsls_100k"), reporter.Seconds("List_100k"));
+    PrintRatio("raw scan / count, 100k (share of the limit)", reporter.Seconds("RawScan_100k"), reporter.Seconds("Count_100k"));
+    PrintRatio("raw scan / list, 100k (share of the limit)", reporter.Seconds("RawScan_100k"), reporter.Seconds("List_100k"));
+    PrintRatio("count 100k / count 10k (goal <= 11)", reporter.Seconds("Count_100k"), reporter.Seconds("Count_10k"));
+    PrintRatio("list 100k / list 10k (goal <= 11)", reporter.Seconds("List_100k"), reporter.Seconds("List_10k"));
     return 0;
 }

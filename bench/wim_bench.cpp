@@ -133,11 +133,9 @@ void ApplyWithWimlib(benchmark::State& state, Compression compression) {
 }
 
 void PrintRatio(const RatioReporter& reporter, const std::string& what, const std::string& ours, const std::string& theirs) {
-    auto a = reporter.seconds.find(ours);
-    auto b = reporter.seconds.find(theirs);
-    if (a == reporter.seconds.end() || b == reporter.seconds.end() || b->second <= 0) return;
-    std::printf("%-14s exports %8.3f s   wimlib-imagex %8.3f s   ratio %.3f (goal <= 1.05)\n", what.c_str(), a->second,
-                b->second, a->second / b->second);
+    const double a = reporter.Seconds(ours), b = reporter.Seconds(theirs);
+    if (a <= 0 || b <= 0) return;
+    std::printf("%-14s exports %8.3f s   wimlib-imagex %8.3f s   ratio %.3f (goal <= 1.05)\n", what.c_str(), a, b, a / b);
 }
 
 }  // namespace
@@ -155,12 +153,8 @@ int main(int argc, char** argv) {
     int restCount = static_cast<int>(rest.size());
     benchmark::Initialize(&restCount, rest.data());
 
-    std::string pattern = g_settings.dir + "/velmora-wim-bench-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    g_root = pattern;
+    g_root = MakeBenchRoot(g_settings.dir, "wim");
+    if (g_root.empty()) return 1;
     std::printf("making %ld small files and %ld MiB in four large ones under %s\n", g_settings.smallFiles,
                 g_settings.bigMiB, g_root.c_str());
     std::fflush(stdout);

@@ -21,6 +21,7 @@
 
 #include "../platform/api_patch.h"
 #include "../platform/linux/host.h"
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -115,22 +116,10 @@ void ExtractWithUnzip(benchmark::State& state) {
     Remove("out-unzip");
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) seconds[run.run_name.function_name] = run.real_accumulated_time / run.iterations;
-        }
-    }
-    std::map<std::string, double> seconds;
-};
-
 void PrintRatio(const RatioReporter& reporter, const char* ours, const char* theirs) {
-    auto a = reporter.seconds.find(ours);
-    auto b = reporter.seconds.find(theirs);
-    if (a == reporter.seconds.end() || b == reporter.seconds.end() || b->second <= 0) return;
-    std::printf("%-16s %8.3f s   %-14s %8.3f s   ratio %.3f (goal <= 1.2)\n", ours, a->second, theirs, b->second, a->second / b->second);
+    const double a = reporter.Seconds(ours), b = reporter.Seconds(theirs);
+    if (a <= 0 || b <= 0) return;
+    std::printf("%-16s %8.3f s   %-14s %8.3f s   ratio %.3f (goal <= 1.2)\n", ours, a, theirs, b, a / b);
 }
 
 }  // namespace
@@ -147,12 +136,8 @@ int main(int argc, char** argv) {
     int restCount = static_cast<int>(rest.size());
     benchmark::Initialize(&restCount, rest.data());
 
-    std::string pattern = g_settings.dir + "/velmora-zip-bench-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    g_root = pattern;
+    g_root = MakeBenchRoot(g_settings.dir, "zip");
+    if (g_root.empty()) return 1;
     std::printf("making %ld small files and four large ones, %ld MiB in all, under %s\n", g_settings.smallFiles, g_settings.bigMiB,
                 g_root.c_str());
     std::fflush(stdout);
