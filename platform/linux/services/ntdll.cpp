@@ -8,8 +8,7 @@
 #include <cstring>
 
 #include "../core/internal.h"
-#include "../volumes/file_object.h"
-#include "../volumes/image_calls.h"
+#include "../volumes/device_object.h"
 
 namespace vlx {
 
@@ -52,12 +51,9 @@ NTSTATUS Complete(PIO_STATUS_BLOCK status, NTSTATUS result, ULONG_PTR informatio
 
 // The path of an open file from its volume's root, with the drive left out.
 bool NameOfOpenFile(HANDLE file, WString& relative) {
-    if (auto answer = ImageFileName(file, relative)) return *answer != FALSE;
-    auto host = LookupHandleAs<FileObject>(file);
-    if (!host) return Fail(ERROR_INVALID_HANDLE, false);
-    // A host file keeps the path it was opened by, "X:\a\b".
-    relative = host->win32Path.size() > 2 ? host->win32Path.substr(2) : WString(u"\\");
-    return true;
+    auto object = LookupHandleAs<OpenObject>(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, false);
+    return object->VolumeRelativeName(relative);
 }
 
 }  // namespace

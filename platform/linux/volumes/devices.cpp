@@ -9,20 +9,10 @@
 #include "../core/table.h"
 #include "../services/token.h"
 #include "device_object.h"
-#include "image_calls.h"
 
 namespace vlx {
 
 namespace {
-
-// Copies a name into a caller's buffer of size units; false with ERROR_BAD_LENGTH when it does not fit.
-bool CopyOut(const WString& text, LPWSTR buffer, DWORD size) {
-    if (buffer == nullptr) return true;
-    if (text.size() + 1 > size) return Fail(ERROR_BAD_LENGTH, false);
-    text.copy(buffer, text.size());
-    buffer[text.size()] = 0;
-    return true;
-}
 
 bool StartsWithNoCase(const WString& text, const WString& prefix) {
     return text.size() >= prefix.size() && WStrICmp(text.substr(0, prefix.size()).c_str(), prefix.c_str()) == 0;
@@ -137,7 +127,8 @@ std::optional<HANDLE> OpenDevice(LPCWSTR path, DWORD access, DWORD flags) {
 
 // Raw reads go through whole sectors from the device's current position, as on Windows, where an
 // unaligned offset or length fails with ERROR_INVALID_PARAMETER. Reading at or past the end gives 0 bytes.
-BOOL ReadDevice(DeviceObject& device, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+BOOL DeviceObject::Read(LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    DeviceObject& device = *this;
     if (device.Gone()) return Fail(ERROR_DEVICE_NOT_CONNECTED, FALSE);
     if ((device.access & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
     std::lock_guard lock(device.lock);
@@ -155,7 +146,13 @@ BOOL ReadDevice(DeviceObject& device, LPVOID buffer, DWORD toRead, LPDWORD read,
     return TRUE;  // a read that succeeds leaves the last error as it was
 }
 
-BOOL DeviceControl(DeviceObject& device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned) {
+BOOL DeviceObject::SetPointer(LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
+    std::lock_guard guard(lock);
+    return MovePointer(position, Length(), distance, newPosition, method);
+}
+
+BOOL DeviceObject::Control(DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned) {
+    DeviceObject& device = *this;
     if (device.Gone()) return Fail(ERROR_DEVICE_NOT_CONNECTED, FALSE);
     const AttachedDisk& disk = *device.disk;
     switch (code) {
@@ -200,43 +197,6 @@ BOOL DeviceControl(DeviceObject& device, DWORD code, LPVOID in, DWORD inSize, LP
         return done ? TRUE : FALSE;
     }
     return Fail(ERROR_INVALID_FUNCTION, FALSE);
-}
-
-BOOL WINAPI GetVolumeInformationW(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
-                                  LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName,
-                                  DWORD fileSystemNameSize) {
-    if (root == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const WString text = root;
-    // Only a volume's root, written with its backslash, names a volume.
-    if (text.empty() || text.back() != '\\') return Fail(ERROR_DIR_NOT_ROOT, FALSE);
-    VolumeFacts facts;
-    const ImagePath image = ResolveImagePath(root);
-    if (image.volume) {
-        if (!image.valid) return FALSE;
-        if (!image.components.empty()) return Fail(ERROR_DIR_NOT_ROOT, FALSE);
-        if (image.volume->detached) return Fail(ERROR_DEVICE_NOT_CONNECTED, FALSE);
-        // A volume holding no file system we know is RAW: Windows cannot say what it is either.
-        if (image.volume->facts.fileSystem.empty()) return Fail(ERROR_UNRECOGNIZED_VOLUME, FALSE);
-        facts = image.volume->facts;
-    } else {
-        ResolvedPath resolved;
-        if (!Resolve(root, resolved)) return FALSE;
-        if (!resolved.isRoot()) return Fail(ERROR_DIR_NOT_ROOT, FALSE);
-        struct stat status {};
-        if (stat(resolved.volumeRoot.c_str(), &status) != 0) return Fail(ERROR_PATH_NOT_FOUND, FALSE);
-        // A host folder has neither compression, nor security descriptors, nor a master file table: it is
-        // named as the FAT volume it answers like.
-        facts.fileSystem = _T("FAT32");
-        facts.serial = static_cast<DWORD>(status.st_dev);
-        facts.flags = FILE_CASE_PRESERVED_NAMES | FILE_UNICODE_ON_DISK | FILE_SUPPORTS_HARD_LINKS;
-    }
-    if (!CopyOut(facts.label, volumeName, volumeNameSize) || !CopyOut(facts.fileSystem, fileSystemName, fileSystemNameSize))
-        return FALSE;
-    if (serial != nullptr) *serial = facts.serial;
-    if (maxComponentLength != nullptr) *maxComponentLength = facts.maxComponentLength;
-    if (flags != nullptr) *flags = facts.flags;
-    SetLastErrorCode(ERROR_SUCCESS);
-    return TRUE;
 }
 
 }  // namespace vlx

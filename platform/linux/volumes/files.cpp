@@ -1,71 +1,20 @@
-// Files, folders, attributes and links on host-folder volumes, failing with the codes Windows gives.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
+// The Win32 file calls: what every volume shares (argument checks, the handle table, device names, the
+// current folder), then the work handed to the kind of volume behind the path or to the object behind the
+// handle.
 #include <cstring>
+#include <vector>
 
-#include "file_object.h"
-#include "image_calls.h"
+#include "../core/scoped_handle.h"
 #include "../core/table.h"
+#include "../services/security_descriptor.h"
+#include "../services/token.h"
+#include "device_object.h"
+#include "host_names.h"
+#include "image_table.h"
 
 namespace vlx {
 
-FileObject::FileObject(int fd_, std::string hostPath_, WString win32Path_, DWORD access_, DWORD share_, bool isFolder_,
-                       bool deleteOnClose_, const struct stat& status)
-    : fd(fd_), hostPath(std::move(hostPath_)), win32Path(std::move(win32Path_)), access(access_), isFolder(isFolder_),
-      deleteOnClose(deleteOnClose_) {
-    record.device = status.st_dev;
-    record.inode = status.st_ino;
-    record.access = access_;
-    record.share = share_;
-}
-
-bool FileObject::Register() {
-    registered_ = RegisterOpen(&record, fd);
-    return registered_;
-}
-
-FileObject::~FileObject() {
-    if (registered_) UnregisterOpen(&record);
-    if (deleteOnClose) {
-        if (isFolder) rmdir(hostPath.c_str());
-        else unlink(hostPath.c_str());
-    }
-    if (fd >= 0) close(fd);
-}
-
 namespace {
-
-constexpr DWORD kWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
-constexpr DWORD kReadRights = FILE_READ_DATA;
-
-bool IsLinkToFolder(const ResolvedPath& path) {
-    struct stat target {};
-    return S_ISLNK(path.status.st_mode) && stat(path.hostPath.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
-}
-
-bool IsFolder(const ResolvedPath& path) { return S_ISDIR(path.status.st_mode) || IsLinkToFolder(path); }
-
-// Whether an existing entry that is not a folder is a regular file (through a link, what it leads to).
-// Pipes, sockets and devices have no data Windows could read as a file's: a read may wait for a writer
-// or never end.
-bool IsOpenableFile(const ResolvedPath& path) {
-    if (!S_ISLNK(path.status.st_mode)) return S_ISREG(path.status.st_mode);
-    struct stat target {};
-    return stat(path.hostPath.c_str(), &target) != 0 || S_ISREG(target.st_mode);  // a dangling link fails to open
-}
-
-// After a non-blocking open: true, back in blocking mode, for a regular file.
-bool RegularAfterOpen(int fd) {
-    struct stat status {};
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    return true;
-}
-
-DWORD AttributesOf(const ResolvedPath& path) { return HostAttributes(path.hostPath, path.status, path.isRoot()); }
 
 // Whether the path names this process's current folder (an open folder on Windows).
 bool IsCurrentDirectory(LPCWSTR path) {
@@ -81,196 +30,73 @@ bool IsCurrentDirectory(LPCWSTR path) {
     return NamesEqualNoCase(full, current);
 }
 
-// Whether a folder of a host volume is the current folder itself, reached by whatever name: Windows holds
-// the folder open, not its path.
-bool IsCurrentFolderObject(const struct stat& status) {
-    const DWORD kept = LastError();
-    const WString current = CurrentDirectory();
-    ResolvedPath resolved;
-    struct stat folder {};
-    const bool found = Resolve(current.c_str(), resolved) && resolved.exists && stat(resolved.hostPath.c_str(), &folder) == 0;
-    SetLastErrorCode(kept);
-    return found && folder.st_dev == status.st_dev && folder.st_ino == status.st_ino;
-}
-
 // Whether the path is in the device namespace (\\.\name).
 bool IsDeviceNamespace(LPCWSTR path) {
     return path != nullptr && path[0] == '\\' && path[1] == '\\' && path[2] == '.' && path[3] == '\\';
 }
 
-// The error for a missing entry: the last name is missing, so the file is not found.
-DWORD MissingError(const ResolvedPath& path) { return path.trailingSeparator ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND; }
+// The search of a device name (NUL, COM1, ...): the one entry is handed out by FindFirstFileW.
+class DeviceNameSearch : public SearchObject {
+public:
+    bool Next(WIN32_FIND_DATAW&) override { return Fail(ERROR_NO_MORE_FILES, false); }
+};
 
-HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD flags) {
-    const int fd = open(path.hostPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return Fail(Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
-    struct stat status {};
-    fstat(fd, &status);
-    auto object = std::make_shared<FileObject>(fd, path.hostPath, path.win32Path(), access, share, true,
-                                               (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
-    if (!object->Register()) return INVALID_HANDLE_VALUE;
-    return InsertHandle(std::move(object));
+// Copies a name into a caller's buffer of size units; false with ERROR_BAD_LENGTH when it does not fit.
+bool CopyOut(const WString& text, LPWSTR buffer, DWORD size) {
+    if (buffer == nullptr) return true;
+    if (text.size() + 1 > size) return Fail(ERROR_BAD_LENGTH, false);
+    text.copy(buffer, text.size());
+    buffer[text.size()] = 0;
+    return true;
+}
+
+template <class Call>
+auto OnHandle(HANDLE handle, Call&& call) -> decltype(call(std::declval<OpenObject&>())) {
+    auto object = LookupHandleAs<OpenObject>(handle);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    return call(*object);
 }
 
 }  // namespace
+
+// ---- Choosing the volume
+
+VolumeKind& KindOfPath(LPCWSTR path) {
+    // The image table knows its letters and names; every other drive letter is a host folder's.
+    return ResolveImagePath(path).volume ? ImageVolumeKind() : HostFolderKind();
+}
+
+// ---- Opening and the handle calls
 
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition,
                           DWORD flags, HANDLE /*templateFile*/) {
     // Truncating is asked for with the generic write right itself, on every volume, before any lookup.
     if (disposition == TRUNCATE_EXISTING && (access & GENERIC_WRITE) == 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-    if (auto answer = ImageCreateFile(path, access, share, disposition, flags)) return *answer;
+    if (auto device = OpenDevice(path, access, flags)) return *device;
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     // A device name that no attached disk or volume answers to names nothing.
     if (IsDeviceNamespace(path)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
-    const DWORD rights = ExpandAccess(access);
+    return KindOfPath(path).CreateFile(path, access, share, disposition, flags);
+}
 
-    if (resolved.exists && IsFolder(resolved)) {
-        if ((flags & FILE_FLAG_BACKUP_SEMANTICS) == 0) return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
-        if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
-        if (disposition != OPEN_EXISTING && disposition != OPEN_ALWAYS) return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
-        HANDLE handle = OpenFolder(resolved, rights, share, flags);
-        if (handle != INVALID_HANDLE_VALUE) SetLastErrorCode(disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-        return handle;
-    }
-    if (resolved.trailingSeparator) return Fail(resolved.exists ? ERROR_INVALID_NAME : ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
-
-    int openFlags = O_CLOEXEC | O_NOFOLLOW;
-    if ((rights & kWriteRights) && (rights & kReadRights)) openFlags |= O_RDWR;
-    else if (rights & kWriteRights) openFlags |= O_WRONLY;
-    else openFlags |= O_RDONLY;
-
-    DWORD successCode = ERROR_SUCCESS;
-    bool created = false;
-    const bool truncates = resolved.exists && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
-    if (resolved.exists) {
-        if (S_ISLNK(resolved.status.st_mode)) openFlags &= ~O_NOFOLLOW;  // a link to a file opens its target
-        if (!IsOpenableFile(resolved) && ((rights & (kReadRights | kWriteRights)) != 0 || disposition != OPEN_EXISTING))
-            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
-        const DWORD attributes = AttributesOf(resolved);
-        if (disposition == CREATE_NEW) return Fail(ERROR_FILE_EXISTS, INVALID_HANDLE_VALUE);
-        // A read-only file may be opened for deletion (to be renamed, say), but not deleted by closing it.
-        if ((attributes & FILE_ATTRIBUTE_READONLY) && ((rights & kWriteRights) || truncates || (flags & FILE_FLAG_DELETE_ON_CLOSE)))
-            return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
-        // Replacing a hidden or system file needs the same attribute asked for again.
-        if (disposition == CREATE_ALWAYS &&
-            (attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) & ~(flags & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)))
-            return Fail(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
-        if (!CheckShare(resolved.status.st_dev, resolved.status.st_ino, rights | (truncates ? FILE_WRITE_DATA : 0), share))
-            return INVALID_HANDLE_VALUE;
-        if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) successCode = ERROR_ALREADY_EXISTS;
-        if (truncates && (openFlags & O_ACCMODE) == O_RDONLY) openFlags = (openFlags & ~O_ACCMODE) | O_WRONLY;
-    } else {
-        if (disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) return Fail(MissingError(resolved), INVALID_HANDLE_VALUE);
-        openFlags |= O_CREAT | O_EXCL;
-        if ((openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) openFlags = (openFlags & ~O_ACCMODE) | O_RDWR;
-        created = true;
-    }
-
-    int fd;
-    if (resolved.exists && !IsOpenableFile(resolved)) {
-        // A pipe, socket or device is looked at, never opened: opening one can wait for a writer.
-        fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
-    } else {
-        // Non-blocking only until the file is known to be a file: a pipe put in its place since it was
-        // looked up must not hold the open.
-        fd = open(resolved.hostPath.c_str(), openFlags | O_NONBLOCK, 0666);
-        if (fd < 0 && errno == EACCES && (openFlags & O_ACCMODE) == O_RDONLY && (rights & kReadRights) == 0) {
-            // An open for attributes only needs no permission to read the data.
-            fd = open(resolved.hostPath.c_str(), O_PATH | O_CLOEXEC);
-        } else if (fd >= 0 && !RegularAfterOpen(fd)) {
-            close(fd);
-            return Fail(ERROR_CANT_ACCESS_FILE, INVALID_HANDLE_VALUE);
-        }
-    }
-    if (fd < 0) return Fail(errno == ELOOP ? ERROR_CANT_RESOLVE_FILENAME : Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
-    // The open file is the one resolved unless the name was a link or a new file; only the identity of
-    // the file (device and inode) is kept, for the share registry.
-    struct stat status = resolved.status;
-    if (created || S_ISLNK(resolved.status.st_mode)) fstat(fd, &status);
-    if (created) {
-        // A new file reads as archive with nothing stored, so only other attributes need a write.
-        const DWORD wanted = (flags & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) | FILE_ATTRIBUTE_ARCHIVE;
-        if (wanted != FILE_ATTRIBUTE_ARCHIVE) WriteHostAttributes(resolved.hostPath, status, wanted);
-    }
-    auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
-                                               (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
-    // A replaced file is cut only once the open has passed every share check, other processes' included:
-    // a file another process holds without sharing writes keeps its data.
-    if (truncates) object->record.access |= FILE_WRITE_DATA;
-    if (!object->Register()) {
-        if (created) unlink(resolved.hostPath.c_str());
-        return INVALID_HANDLE_VALUE;
-    }
-    if (truncates && ftruncate(object->fd, 0) != 0) return Fail(Win32ErrorFromErrno(errno), INVALID_HANDLE_VALUE);
-    HANDLE handle = InsertHandle(std::move(object));
-    SetLastErrorCode(successCode);
-    return handle;
+BOOL WINAPI CloseHandle(HANDLE object) {
+    if (!RemoveHandleIf(object, [](KernelObject& candidate) { return !candidate.IsSearch(); }))
+        return Fail(ERROR_INVALID_HANDLE, FALSE);
+    return TRUE;
 }
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
-    if (auto answer = ImageReadFile(file, buffer, toRead, read, overlapped)) return *answer;
     if (read != nullptr) *read = 0;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    if ((object->access & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (buffer == nullptr && toRead > 0) return Fail(ERROR_NOACCESS, FALSE);
-    off_t offset = overlapped != nullptr
-                       ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset)
-                       : -1;
-    DWORD done = 0;
-    while (done < toRead) {
-        char* at = static_cast<char*>(buffer) + done;
-        const ssize_t count = offset >= 0 ? pread(object->fd, at, toRead - done, offset + done) : ::read(object->fd, at, toRead - done);
-        if (count < 0) {
-            if (errno == EINTR) continue;
-            return Fail(Win32ErrorFromErrno(errno), FALSE);
-        }
-        if (count == 0) break;
-        done += static_cast<DWORD>(count);
-    }
-    if (read != nullptr) *read = done;
-    if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
-    // Success leaves the last error as it was, at the end of the file as well.
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.Read(buffer, toRead, read, overlapped); });
 }
 
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
-    if (auto answer = ImageWriteFile(file, buffer, toWrite, written, overlapped)) return *answer;
     if (written != nullptr) *written = 0;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    if ((object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (buffer == nullptr && toWrite > 0) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
-    off_t offset = overlapped != nullptr
-                       ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset)
-                       : -1;
-    DWORD done = 0;
-    while (done < toWrite) {
-        const char* at = static_cast<const char*>(buffer) + done;
-        const ssize_t count = offset >= 0 ? pwrite(object->fd, at, toWrite - done, offset + done) : ::write(object->fd, at, toWrite - done);
-        if (count < 0) {
-            if (errno == EINTR) continue;
-            if (written != nullptr) *written = done;
-            return Fail(Win32ErrorFromErrno(errno), FALSE);
-        }
-        done += static_cast<DWORD>(count);
-    }
-    if (written != nullptr) *written = done;
-    return TRUE;  // the last error untouched, as for a read
+    return OnHandle(file, [&](OpenObject& object) { return object.Write(buffer, toWrite, written, overlapped); });
 }
 
 BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
-    if (auto answer = ImageGetFileSizeEx(file, size)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    struct stat status {};
-    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    size->QuadPart = object->isFolder ? 0 : static_cast<LONGLONG>(status.st_size);
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.GetSize(size); });
 }
 
 DWORD WINAPI GetFileSize(HANDLE file, LPDWORD sizeHigh) {
@@ -283,53 +109,15 @@ DWORD WINAPI GetFileSize(HANDLE file, LPDWORD sizeHigh) {
 }
 
 BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
-    if (auto answer = ImageSetFilePointerEx(file, distance, newPosition, method)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : method == FILE_END ? SEEK_END : -1;
-    if (whence < 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const off_t position = lseek(object->fd, static_cast<off_t>(distance.QuadPart), whence);
-    if (position < 0) return Fail(errno == EINVAL ? ERROR_NEGATIVE_SEEK : Win32ErrorFromErrno(errno), FALSE);
-    if (newPosition != nullptr) newPosition->QuadPart = position;
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.SetPointer(distance, newPosition, method); });
 }
 
 BOOL WINAPI SetEndOfFile(HANDLE file) {
-    if (auto answer = ImageSetEndOfFile(file)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if ((object->access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    const off_t position = lseek(object->fd, 0, SEEK_CUR);
-    if (position < 0 || ftruncate(object->fd, position) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.SetEnd(); });
 }
 
 BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
-    if (auto answer = ImageGetFileTime(file, created, accessed, written)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    struct stat status {};
-    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    const FileTimes times = HostTimes(object->hostPath, status);
-    if (created != nullptr) *created = times.created;
-    if (accessed != nullptr) *accessed = times.accessed;
-    if (written != nullptr) *written = times.written;
-    return TRUE;
-}
-
-BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
-    if (auto answer = ImageSetFileTime(file, created, accessed, written)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    // Host file systems keep no settable creation time; it is left as it is.
-    struct timespec times[2];
-    times[0].tv_nsec = UTIME_OMIT;
-    times[1].tv_nsec = UTIME_OMIT;
-    if (const FILETIME* time = TimeToSet(accessed)) times[0] = TimespecFromFileTime(*time);
-    if (const FILETIME* time = TimeToSet(written)) times[1] = TimespecFromFileTime(*time);
-    if (futimens(object->fd, times) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.GetTimes(created, accessed, written); });
 }
 
 const FILETIME* TimeToSet(const FILETIME* time) {
@@ -341,109 +129,43 @@ const FILETIME* TimeToSet(const FILETIME* time) {
     return zero || allOnes ? nullptr : time;
 }
 
+BOOL WINAPI SetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
+    return OnHandle(file, [&](OpenObject& object) {
+        return object.SetTimes(TimeToSet(created), TimeToSet(accessed), TimeToSet(written));
+    });
+}
+
 BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
-    if (auto answer = ImageGetFileInformationByHandle(file, info)) return *answer;
-    auto object = LookupHandleAs<FileObject>(file);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    struct stat status {};
-    if (fstat(object->fd, &status) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    const bool isRoot = object->win32Path.size() <= 3;
-    const FileTimes times = HostTimes(object->hostPath, status);
-    std::memset(info, 0, sizeof *info);
-    info->dwFileAttributes = HostAttributes(object->hostPath, status, isRoot);
-    info->ftCreationTime = times.created;
-    info->ftLastAccessTime = times.accessed;
-    info->ftLastWriteTime = times.written;
-    info->dwVolumeSerialNumber = static_cast<DWORD>(status.st_dev);
-    const ULONGLONG size = object->isFolder ? 0 : static_cast<ULONGLONG>(status.st_size);
-    info->nFileSizeHigh = static_cast<DWORD>(size >> 32);
-    info->nFileSizeLow = static_cast<DWORD>(size);
-    // A folder has one name on NTFS whatever the host counts for its subfolders.
-    info->nNumberOfLinks = object->isFolder ? 1 : static_cast<DWORD>(status.st_nlink);
-    const ULONGLONG index = static_cast<ULONGLONG>(status.st_ino);
-    info->nFileIndexHigh = static_cast<DWORD>(index >> 32);
-    info->nFileIndexLow = static_cast<DWORD>(index);
-    return TRUE;
+    return OnHandle(file, [&](OpenObject& object) { return object.GetInformation(info); });
 }
 
-BOOL WINAPI CloseHandle(HANDLE object) {
-    if (!RemoveHandleIf(object, [](KernelObject& candidate) { return !candidate.IsSearch(); }))
-        return Fail(ERROR_INVALID_HANDLE, FALSE);
-    return TRUE;
+BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                            LPDWORD returned, LPOVERLAPPED /*overlapped*/) {
+    if (returned != nullptr) *returned = 0;
+    return OnHandle(device, [&](OpenObject& object) { return object.Control(code, in, inSize, out, outSize, returned); });
 }
 
-DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
-    if (auto answer = ImageGetFileAttributes(path)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return INVALID_FILE_ATTRIBUTES;
-    if (!resolved.exists) return Fail(MissingError(resolved), INVALID_FILE_ATTRIBUTES);
-    return AttributesOf(resolved);
-}
+// ---- Calls that name a path
 
-BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) {
-    if (auto answer = ImageSetFileAttributes(path, attributes)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return FALSE;
-    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
-    return WriteHostAttributes(resolved.hostPath, resolved.status, attributes) ? TRUE : FALSE;
-}
+DWORD WINAPI GetFileAttributesW(LPCWSTR path) { return KindOfPath(path).GetAttributes(path); }
 
-BOOL WINAPI DeleteFileW(LPCWSTR path) {
-    if (auto answer = ImageDeleteFile(path)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return FALSE;
-    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
-    if (IsFolder(resolved) && !S_ISLNK(resolved.status.st_mode)) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
-        return FALSE;
-    if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
-}
+BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) { return KindOfPath(path).SetAttributes(path, attributes); }
 
-BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) {
-    if (auto answer = ImageCreateDirectory(path)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return FALSE;
-    if (resolved.exists || resolved.isRoot()) return Fail(ERROR_ALREADY_EXISTS, FALSE);
-    if (mkdir(resolved.hostPath.c_str(), 0777) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
-}
+BOOL WINAPI DeleteFileW(LPCWSTR path) { return KindOfPath(path).DeleteFile(path); }
+
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES /*security*/) { return KindOfPath(path).CreateFolder(path); }
 
 BOOL WINAPI RemoveDirectoryW(LPCWSTR path) {
     // The process holds its current folder open without sharing deletion, on every volume.
     if (IsCurrentDirectory(path)) return Fail(ERROR_SHARING_VIOLATION, FALSE);
-    if (auto answer = ImageRemoveDirectory(path)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return FALSE;
-    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
-    if (!IsFolder(resolved)) return Fail(ERROR_DIRECTORY, FALSE);
-    if (resolved.isRoot()) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    // Removing a link to a folder removes the link alone, as removing a junction does.
-    if (S_ISLNK(resolved.status.st_mode)) {
-        if (unlink(resolved.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-        return TRUE;
-    }
-    if (IsCurrentFolderObject(resolved.status)) return Fail(ERROR_SHARING_VIOLATION, FALSE);
-    if (AttributesOf(resolved) & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    if (!CheckShareOfPath(resolved.hostPath, resolved.status, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
-        return FALSE;
-    if (rmdir(resolved.hostPath.c_str()) != 0) return Fail(errno == EEXIST ? ERROR_DIR_NOT_EMPTY : Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
+    return KindOfPath(path).RemoveFolder(path);
 }
 
 BOOL WINAPI CreateHardLinkW(LPCWSTR newName, LPCWSTR existing, LPSECURITY_ATTRIBUTES /*security*/) {
-    if (auto answer = ImageCreateHardLink(newName, existing)) return *answer;
-    ResolvedPath target;
-    if (!Resolve(existing, target)) return FALSE;
-    if (!target.exists) return Fail(MissingError(target), FALSE);
-    if (IsFolder(target)) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    ResolvedPath link;
-    if (!Resolve(newName, link)) return FALSE;
-    if (link.exists) return Fail(ERROR_ALREADY_EXISTS, FALSE);
-    if (link.drive != target.drive) return Fail(ERROR_NOT_SAME_DEVICE, FALSE);
-    if (::link(target.hostPath.c_str(), link.hostPath.c_str()) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
-    return TRUE;
+    VolumeKind& kind = KindOfPath(existing);
+    // A hard link never leaves its volume, let alone its kind of volume.
+    if (&KindOfPath(newName) != &kind) return Fail(ERROR_NOT_SAME_DEVICE, FALSE);
+    return kind.CreateHardLink(newName, existing);
 }
 
 DWORD WINAPI GetCurrentDirectoryW(DWORD length, LPWSTR buffer) {
@@ -454,15 +176,7 @@ DWORD WINAPI GetCurrentDirectoryW(DWORD length, LPWSTR buffer) {
     return static_cast<DWORD>(current.size());
 }
 
-BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path) {
-    if (auto answer = ImageSetCurrentDirectory(path)) return *answer;
-    ResolvedPath resolved;
-    if (!Resolve(path, resolved)) return FALSE;
-    if (!resolved.exists) return Fail(MissingError(resolved), FALSE);
-    if (!IsFolder(resolved)) return Fail(ERROR_DIRECTORY, FALSE);
-    SetCurrentDirectoryPath(resolved.win32Path());
-    return TRUE;
-}
+BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path) { return KindOfPath(path).SetCurrentFolder(path); }
 
 DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR* filePart) {
     // No path at all is answered with 0 and the last error as it was.
@@ -479,20 +193,6 @@ DWORD WINAPI GetFullPathNameW(LPCWSTR path, DWORD length, LPWSTR buffer, LPWSTR*
     return static_cast<DWORD>(full.size());
 }
 
-BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
-                            LPDWORD returned, LPOVERLAPPED /*overlapped*/) {
-    if (auto answer = ImageDeviceIoControl(device, code, in, inSize, out, outSize, returned)) return *answer;
-    if (returned != nullptr) *returned = 0;
-    auto object = LookupHandleAs<FileObject>(device);
-    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (code == FSCTL_SET_COMPRESSION) {
-        if (in == nullptr || inSize < sizeof(USHORT)) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-        // A host folder answers as a FAT volume does: it has no compression.
-        return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    }
-    return Fail(ERROR_INVALID_FUNCTION, FALSE);
-}
-
 BOOL WINAPI PathFileExistsW(LPCWSTR path) {
     if (path == nullptr) return FALSE;
     return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
@@ -503,6 +203,178 @@ BOOL WINAPI PathIsDirectoryW(LPCWSTR path) {
     const DWORD attributes = GetFileAttributesW(path);
     if (attributes == INVALID_FILE_ATTRIBUTES) return FALSE;
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FILE_ATTRIBUTE_DIRECTORY : FALSE;
+}
+
+BOOL WINAPI GetVolumeInformationW(LPCWSTR root, LPWSTR volumeName, DWORD volumeNameSize, LPDWORD serial,
+                                  LPDWORD maxComponentLength, LPDWORD flags, LPWSTR fileSystemName,
+                                  DWORD fileSystemNameSize) {
+    if (root == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    const WString text = root;
+    // Only a volume's root, written with its backslash, names a volume.
+    if (text.empty() || text.back() != '\\') return Fail(ERROR_DIR_NOT_ROOT, FALSE);
+    VolumeFacts facts;
+    if (!KindOfPath(root).Facts(root, facts)) return FALSE;
+    if (!CopyOut(facts.label, volumeName, volumeNameSize) || !CopyOut(facts.fileSystem, fileSystemName, fileSystemNameSize))
+        return FALSE;
+    if (serial != nullptr) *serial = facts.serial;
+    if (maxComponentLength != nullptr) *maxComponentLength = facts.maxComponentLength;
+    if (flags != nullptr) *flags = facts.flags;
+    SetLastErrorCode(ERROR_SUCCESS);
+    return TRUE;
+}
+
+// ---- Searches
+
+HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+    // A device name is found wherever it is looked for, as one entry that stands for the device, on
+    // every volume and whether or not the folder exists.
+    const WString device = ReservedDeviceOf(LastNameOf(pattern));
+    if (!device.empty() && data != nullptr) {
+        std::memset(data, 0, sizeof *data);
+        data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
+        WStrCopy(data->cFileName, MAX_PATH, device.c_str());
+        HANDLE handle = InsertHandle(std::make_shared<DeviceNameSearch>());
+        SetLastErrorCode(ERROR_SUCCESS);
+        return handle;
+    }
+    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    return KindOfPath(pattern).FindFirst(pattern, data);
+}
+
+BOOL WINAPI FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
+    auto search = LookupHandleAs<SearchObject>(handle);
+    if (!search) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    return search->Next(*data) ? TRUE : FALSE;
+}
+
+BOOL WINAPI FindClose(HANDLE handle) {
+    if (!RemoveHandleIf(handle, [](KernelObject& object) { return object.IsSearch(); })) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    return TRUE;
+}
+
+bool LinkNameSearch::Next(LPDWORD length, PWSTR buffer) {
+    std::lock_guard guard(lock_);
+    if (next_ >= names_.size()) return Fail(ERROR_HANDLE_EOF, false);
+    const WString& name = names_[next_];
+    const DWORD needed = static_cast<DWORD>(name.size() + 1);
+    const bool fits = buffer != nullptr && *length >= needed;
+    *length = needed;
+    if (!fits) return Fail(ERROR_MORE_DATA, false);
+    name.copy(buffer, name.size());
+    buffer[name.size()] = 0;
+    ++next_;
+    return true;
+}
+
+HANDLE StartLinkNameSearch(std::vector<WString> names, LPDWORD length, PWSTR buffer) {
+    auto search = std::make_shared<LinkNameSearch>(std::move(names));
+    if (!search->Next(length, buffer)) return INVALID_HANDLE_VALUE;
+    return InsertHandle(std::move(search));
+}
+
+HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+    if (flags != 0 || length == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    return KindOfPath(path).FindFirstLinkName(path, length, name);
+}
+
+BOOL WINAPI FindNextFileNameW(HANDLE handle, LPDWORD length, PWSTR name) {
+    auto search = LookupHandleAs<LinkNameSearch>(handle);
+    if (!search) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    return search->Next(length, name) ? TRUE : FALSE;
+}
+
+// ---- Copies
+
+HANDLE OpenCopySource(LPCWSTR existing) {
+    HANDLE source = CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (source != INVALID_HANDLE_VALUE || LastError() != ERROR_SHARING_VIOLATION) return source;
+    return CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+}
+
+BOOL CopyThroughHandles(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                        DWORD flags) {
+    auto cancelled = [&] { return cancel != nullptr && *cancel != FALSE; };
+    if (cancelled()) return Fail(ERROR_REQUEST_ABORTED, FALSE);
+    ScopedHandle source(OpenCopySource(existing));
+    if (!source) return FALSE;
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!GetFileInformationByHandle(source.get(), &info)) return FALSE;
+    const DWORD carried = info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, kCopyTargetShare, nullptr,
+                                    (flags & COPY_FILE_FAIL_IF_EXISTS) ? CREATE_NEW : CREATE_ALWAYS, carried, nullptr));
+    if (!target) return FALSE;
+    auto abandon = [&](DWORD error) {
+        target.reset();
+        DeleteFileW(newName);
+        return Fail(error, FALSE);
+    };
+    LARGE_INTEGER total{}, done{};
+    total.QuadPart = static_cast<LONGLONG>((static_cast<ULONGLONG>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
+    bool quiet = progress == nullptr;
+    auto report = [&](DWORD reason) {
+        if (quiet) return true;
+        const DWORD answer = progress(total, done, total, done, 1, reason, source.get(), target.get(), data);
+        if (answer == PROGRESS_QUIET) quiet = true;
+        return answer != PROGRESS_CANCEL && answer != PROGRESS_STOP;
+    };
+    if (!report(CALLBACK_STREAM_SWITCH)) return abandon(ERROR_REQUEST_ABORTED);
+    std::vector<char> buffer(1 << 20);
+    for (;;) {
+        if (cancelled()) return abandon(ERROR_REQUEST_ABORTED);
+        DWORD read = 0, written = 0;
+        if (!ReadFile(source.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr)) return abandon(LastError());
+        if (read == 0) break;
+        if (!WriteFile(target.get(), buffer.data(), read, &written, nullptr)) return abandon(LastError());
+        done.QuadPart += read;
+        if (!report(CALLBACK_CHUNK_FINISHED)) return abandon(ERROR_REQUEST_ABORTED);
+    }
+    SetFileTime(target.get(), nullptr, nullptr, &info.ftLastWriteTime);
+    target.reset();
+    source.reset();
+    const DWORD wanted = info.dwFileAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                                                  FILE_ATTRIBUTE_ARCHIVE);
+    if (!SetFileAttributesW(newName, wanted == 0 ? FILE_ATTRIBUTE_NORMAL : wanted)) return FALSE;
+    SetLastErrorCode(ERROR_SUCCESS);
+    return TRUE;
+}
+
+BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                        DWORD flags) {
+    if (existing == nullptr || newName == nullptr) return Fail(ERROR_PATH_NOT_FOUND, FALSE);
+    VolumeKind& from = KindOfPath(existing);
+    if (&KindOfPath(newName) != &from) return CopyThroughHandles(existing, newName, progress, data, cancel, flags);
+    return from.CopyFile(existing, newName, progress, data, cancel, flags);
+}
+
+BOOL WINAPI CopyFileW(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists) {
+    return CopyFileExW(existing, newName, nullptr, nullptr, nullptr, failIfExists ? COPY_FILE_FAIL_IF_EXISTS : 0);
+}
+
+// ---- Security
+
+BOOL WINAPI GetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor, DWORD length,
+                             LPDWORD needed) {
+    if (path == nullptr || needed == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if ((requested & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME))
+        return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
+    std::vector<BYTE> block;
+    if (!KindOfPath(path).GetSecurity(path, requested, block)) return FALSE;
+    *needed = static_cast<DWORD>(block.size());
+    if (descriptor == nullptr || length < block.size()) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+    std::memcpy(descriptor, block.data(), block.size());
+    return TRUE;
+}
+
+BOOL WINAPI SetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor) {
+    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if ((parts & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME)) return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
+    Descriptor parsed;
+    if (!ParseDescriptor(descriptor, parsed)) return Fail(ERROR_INVALID_SECURITY_DESCR, FALSE);
+    return KindOfPath(path).SetSecurity(path, parts, parsed) ? TRUE : FALSE;
 }
 
 }  // namespace vlx

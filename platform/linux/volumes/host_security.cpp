@@ -1,4 +1,4 @@
-// GetFileSecurityW and SetFileSecurityW, and the security of host-folder volumes: a mapping between a
+// The security of host-folder volumes: a mapping between a
 // Linux file's owner, group, mode bits and POSIX access ACL and a Windows descriptor that Windows callers
 // can read, change and copy.
 //
@@ -34,8 +34,8 @@
 #include "../core/internal.h"
 #include "../core/table.h"
 #include "../services/token.h"
+#include "host_kind.h"
 #include "../services/security_descriptor.h"
-#include "image_calls.h"
 
 namespace vlx {
 
@@ -297,27 +297,12 @@ bool HostWrite(LPCWSTR path, SECURITY_INFORMATION parts, const Descriptor& descr
 
 }  // namespace
 
-BOOL WINAPI GetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION requested, PSECURITY_DESCRIPTOR descriptor, DWORD length,
-                             LPDWORD needed) {
-    if (path == nullptr || needed == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    if ((requested & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME))
-        return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
-    std::vector<BYTE> block;
-    const std::optional<BOOL> onImage = ImageGetFileSecurity(path, requested, block);
-    if (!(onImage ? *onImage != FALSE : HostRead(path, requested, block))) return FALSE;
-    *needed = static_cast<DWORD>(block.size());
-    if (descriptor == nullptr || length < block.size()) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-    std::memcpy(descriptor, block.data(), block.size());
-    return TRUE;
+bool HostKind::GetSecurity(LPCWSTR path, SECURITY_INFORMATION selection, std::vector<BYTE>& block) {
+    return HostRead(path, selection, block);
 }
 
-BOOL WINAPI SetFileSecurityW(LPCWSTR path, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor) {
-    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    if ((parts & SACL_SECURITY_INFORMATION) && !PrivilegeEnabled(SE_SECURITY_NAME)) return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
-    Descriptor parsed;
-    if (!ParseDescriptor(descriptor, parsed)) return Fail(ERROR_INVALID_SECURITY_DESCR, FALSE);
-    if (auto onImage = ImageSetFileSecurity(path, parts, SelfRelative(parsed))) return *onImage;
-    return HostWrite(path, parts, parsed) ? TRUE : FALSE;
+bool HostKind::SetSecurity(LPCWSTR path, SECURITY_INFORMATION selection, const Descriptor& descriptor) {
+    return HostWrite(path, selection, descriptor);
 }
 
 }  // namespace vlx

@@ -1,42 +1,27 @@
-// The Win32 file calls on image volumes and devices: each call finds the volume behind its path or handle
-// and hands the work to that volume's engine, under the engine's lock; share modes are kept between the
-// process's handles as on host folders.
+// The image-volume kind: the Win32 file calls on the volumes of attached disk images. Each call finds the
+// volume behind its path or handle and hands the work to that volume's file-system engine (NTFS, FAT, a
+// shadow copy), under the engine's lock; share modes are kept between the process's handles as on host
+// folders.
 #include <algorithm>
 #include <cstring>
 
 #include "../core/scoped_handle.h"
 #include "../core/table.h"
 #include "device_object.h"
-#include "image_calls.h"
+#include "../services/security_descriptor.h"
 
 namespace vlx {
 
 namespace {
 
-class ImageNameFindObject : public KernelObject {
+class ImageFindObject : public SearchObject {
 public:
-    bool IsSearch() const override { return true; }
-    std::mutex lock;
-    std::vector<WString> names;
-    size_t next = 0;
-};
-
-// As FindFirstFileNameW hands a name out: the length goes in as the buffer's size and comes out as the
-// name's size with its terminator, with ERROR_MORE_DATA when it does not fit.
-bool GiveLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
-    const DWORD needed = static_cast<DWORD>(name.size() + 1);
-    const bool fits = buffer != nullptr && *length >= needed;
-    if (fits) {
-        name.copy(buffer, name.size());
-        buffer[name.size()] = 0;
+    bool Next(WIN32_FIND_DATAW& data) override {
+        std::lock_guard guard(lock);
+        if (next >= entries.size()) return Fail(ERROR_NO_MORE_FILES, false);
+        data = entries[next++];
+        return true;
     }
-    *length = needed;
-    return fits ? true : Fail(ERROR_MORE_DATA, false);
-}
-
-class ImageFindObject : public KernelObject {
-public:
-    bool IsSearch() const override { return true; }
     std::mutex lock;
     std::vector<WIN32_FIND_DATAW> entries;
     size_t next = 0;
@@ -46,7 +31,7 @@ public:
 // registry, and the engine's file index is the inode.
 dev_t ShareDevice(const ImageVolume& volume) { return static_cast<dev_t>(reinterpret_cast<uintptr_t>(&volume)); }
 
-// The volume and the path below it, or an answer for the caller when the path cannot be used.
+// The volume and the path below it; usable is false, with the last error set, when the path cannot be used.
 struct Target {
     ImagePath path;
     bool usable = false;
@@ -54,7 +39,9 @@ struct Target {
 Target Reach(LPCWSTR text) {
     Target target;
     target.path = ResolveImagePath(text);
-    if (!target.path.volume || !target.path.valid) return target;
+    // A path that left its volume ("X:\..\..") or reached none is not found there.
+    if (!target.path.volume) return Fail(ERROR_PATH_NOT_FOUND, target);
+    if (!target.path.valid) return target;
     if (target.path.hasWildcard) return Fail(ERROR_INVALID_NAME, target);
     if (target.path.volume->detached) return Fail(ERROR_DEVICE_NOT_CONNECTED, target);
     if (!target.path.volume->engine) return Fail(ERROR_UNRECOGNIZED_VOLUME, target);
@@ -90,9 +77,8 @@ BOOL OnFile(ImageFileObject& object, Body&& body) {
 }
 
 template <class Body>
-std::optional<BOOL> OnPath(LPCWSTR path, Body&& body) {
+BOOL OnPath(LPCWSTR path, Body&& body) {
     Target target = Reach(path);
-    if (!target.path.volume) return std::nullopt;
     if (!target.usable) return FALSE;
     std::lock_guard lock(target.path.volume->engineLock);
     return body(*target.path.volume->engine, target.path.components) ? TRUE : FALSE;
@@ -113,6 +99,45 @@ HANDLE InsertOpenFile(std::shared_ptr<ImageFileObject> object, const VolumeEntry
     return handle;
 }
 
+
+class ImageKind final : public VolumeKind {
+public:
+    HANDLE CreateFile(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD flags) override;
+    DWORD GetAttributes(LPCWSTR path) override;
+    BOOL SetAttributes(LPCWSTR path, DWORD attributes) override {
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.SetAttributes(components, attributes); });
+    }
+    BOOL DeleteFile(LPCWSTR path) override {
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.Delete(components); });
+    }
+    BOOL CreateFolder(LPCWSTR path) override {
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.CreateFolder(components); });
+    }
+    BOOL RemoveFolder(LPCWSTR path) override {
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.RemoveFolder(components); });
+    }
+    BOOL CreateHardLink(LPCWSTR newName, LPCWSTR existing) override;
+    BOOL SetCurrentFolder(LPCWSTR path) override;
+    HANDLE FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) override;
+    HANDLE FindFirstLinkName(LPCWSTR path, LPDWORD length, PWSTR name) override;
+    BOOL CopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+                  DWORD flags) override {
+        return CopyThroughHandles(existing, newName, progress, data, cancel, flags);
+    }
+    bool GetSecurity(LPCWSTR path, SECURITY_INFORMATION selection, std::vector<BYTE>& block) override {
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) {
+            return volume.GetSecurity(components, selection, block);
+        }) != FALSE;
+    }
+    bool SetSecurity(LPCWSTR path, SECURITY_INFORMATION selection, const Descriptor& descriptor) override {
+        const std::vector<BYTE> block = SelfRelative(descriptor);
+        return OnPath(path, [&](Volume& volume, const VolumePath& components) {
+            return volume.SetSecurity(components, selection, block);
+        }) != FALSE;
+    }
+    bool Facts(LPCWSTR root, VolumeFacts& facts) override;
+};
+
 }  // namespace
 
 ImageFileObject::~ImageFileObject() {
@@ -123,12 +148,9 @@ ImageFileObject::~ImageFileObject() {
     }
 }
 
-std::optional<HANDLE> ImageCreateFile(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
-    if (auto device = OpenDevice(path, access, flags)) return device;
+HANDLE ImageKind::CreateFile(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
     Target target = Reach(path);
-    if (!target.path.volume) return std::nullopt;
     if (!target.usable) return INVALID_HANDLE_VALUE;
-    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     auto object = std::make_shared<ImageFileObject>();
     object->volume = target.path.volume;
     object->access = ExpandAccess(access);
@@ -142,124 +164,86 @@ std::optional<HANDLE> ImageCreateFile(LPCWSTR path, DWORD access, DWORD share, D
     return InsertOpenFile(std::move(object), status, share);
 }
 
-std::optional<BOOL> ImageReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
-    if (auto device = LookupHandleAs<DeviceObject>(file)) {
-        if (read != nullptr) *read = 0;
-        return ReadDevice(*device, buffer, toRead, read, overlapped);
-    }
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
-    if (read != nullptr) *read = 0;
-    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    if ((object->access & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+BOOL ImageFileObject::Read(LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    if (isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
+    if ((access & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (buffer == nullptr && toRead > 0) return Fail(ERROR_NOACCESS, FALSE);
-    std::lock_guard lock(object->lock);
-    const ULONGLONG offset = OffsetOf(*object, overlapped);
+    std::lock_guard guard(lock);
+    const ULONGLONG offset = OffsetOf(*this, overlapped);
     DWORD done = 0;
-    if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Read(offset, buffer, toRead, done); })) return FALSE;
-    object->position = offset + done;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Read(offset, buffer, toRead, done); })) return FALSE;
+    position = offset + done;
     if (read != nullptr) *read = done;
     if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
     return TRUE;  // success leaves the last error as it was
 }
 
-std::optional<BOOL> ImageWriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
-    if (LookupHandleAs<DeviceObject>(file)) {
-        if (written != nullptr) *written = 0;
-        // Raw writes would go behind the file system's back; the devices here are read-only.
-        return Fail(ERROR_WRITE_PROTECT, FALSE);
-    }
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
-    if (written != nullptr) *written = 0;
-    if (object->isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    if ((object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+BOOL ImageFileObject::Write(LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
+    if (isFolder) return Fail(ERROR_INVALID_FUNCTION, FALSE);
+    if ((access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (buffer == nullptr && toWrite > 0) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
-    std::lock_guard lock(object->lock);
-    const ULONGLONG offset = OffsetOf(*object, overlapped);
+    std::lock_guard guard(lock);
+    const ULONGLONG offset = OffsetOf(*this, overlapped);
     DWORD done = 0;
-    if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Write(offset, buffer, toWrite, done); })) return FALSE;
-    object->position = offset + done;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Write(offset, buffer, toWrite, done); })) return FALSE;
+    position = offset + done;
     if (written != nullptr) *written = done;
     return TRUE;
 }
 
-std::optional<BOOL> ImageGetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
-    if (LookupHandleAs<DeviceObject>(file)) return Fail(ERROR_INVALID_FUNCTION, FALSE);
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
+BOOL ImageFileObject::GetSize(PLARGE_INTEGER size) {
     VolumeEntry status;
-    if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
     size->QuadPart = static_cast<LONGLONG>(status.size);
     return TRUE;
 }
 
-std::optional<BOOL> ImageSetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
-    ULONGLONG* position = nullptr;
-    std::mutex* positionLock = nullptr;
-    ULONGLONG end = 0;
-    if (auto device = LookupHandleAs<DeviceObject>(file)) {
-        position = &device->position;
-        positionLock = &device->lock;
-        end = device->Length();
-    } else if (auto object = LookupHandleAs<ImageFileObject>(file)) {
-        VolumeEntry status;
-        if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
-        position = &object->position;
-        positionLock = &object->lock;
-        end = status.size;
-    } else {
-        return std::nullopt;
-    }
-    std::lock_guard lock(*positionLock);
-    const LONGLONG base = method == FILE_BEGIN ? 0 : method == FILE_CURRENT ? static_cast<LONGLONG>(*position)
-                                                 : method == FILE_END       ? static_cast<LONGLONG>(end)
-                                                                            : -1;
+BOOL MovePointer(ULONGLONG& position, ULONGLONG end, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
     if (method != FILE_BEGIN && method != FILE_CURRENT && method != FILE_END) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    const LONGLONG base = method == FILE_BEGIN ? 0 : static_cast<LONGLONG>(method == FILE_CURRENT ? position : end);
     const LONGLONG target = base + distance.QuadPart;
     if (target < 0) return Fail(ERROR_NEGATIVE_SEEK, FALSE);
-    *position = static_cast<ULONGLONG>(target);
+    position = static_cast<ULONGLONG>(target);
     if (newPosition != nullptr) newPosition->QuadPart = target;
     return TRUE;
 }
 
-std::optional<BOOL> ImageSetEndOfFile(HANDLE file) {
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
-    if ((object->access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    std::lock_guard lock(object->lock);
-    return OnFile(*object, [&](VolumeFile& handle) { return handle.SetSize(object->position); });
+BOOL ImageFileObject::SetPointer(LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD method) {
+    VolumeEntry status;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
+    std::lock_guard guard(lock);
+    return MovePointer(position, status.size, distance, newPosition, method);
 }
 
-std::optional<BOOL> ImageGetFileTime(HANDLE file, LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
+BOOL ImageFileObject::SetEnd() {
+    if ((access & FILE_WRITE_DATA) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    std::lock_guard guard(lock);
+    return OnFile(*this, [&](VolumeFile& handle) { return handle.SetSize(position); });
+}
+
+BOOL ImageFileObject::GetTimes(LPFILETIME created, LPFILETIME accessed, LPFILETIME written) {
     VolumeEntry status;
-    if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
     if (created != nullptr) *created = status.created;
     if (accessed != nullptr) *accessed = status.accessed;
     if (written != nullptr) *written = status.written;
     return TRUE;
 }
 
-std::optional<BOOL> ImageSetFileTime(HANDLE file, const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
-    if ((object->access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
-    return OnFile(*object, [&](VolumeFile& handle) { return handle.SetTimes(TimeToSet(created), TimeToSet(accessed), TimeToSet(written)); });
+BOOL ImageFileObject::SetTimes(const FILETIME* created, const FILETIME* accessed, const FILETIME* written) {
+    if ((access & FILE_WRITE_ATTRIBUTES) == 0) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    return OnFile(*this, [&](VolumeFile& handle) { return handle.SetTimes(created, accessed, written); });
 }
 
-std::optional<BOOL> ImageGetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION info) {
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
+BOOL ImageFileObject::GetInformation(LPBY_HANDLE_FILE_INFORMATION info) {
     VolumeEntry status;
-    if (!OnFile(*object, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
+    if (!OnFile(*this, [&](VolumeFile& handle) { return handle.Stat(status); })) return FALSE;
     std::memset(info, 0, sizeof *info);
     info->dwFileAttributes = status.attributes;
     info->ftCreationTime = status.created;
     info->ftLastAccessTime = status.accessed;
     info->ftLastWriteTime = status.written;
-    info->dwVolumeSerialNumber = object->volume->facts.serial;
+    info->dwVolumeSerialNumber = volume->facts.serial;
     info->nFileSizeHigh = static_cast<DWORD>(status.size >> 32);
     info->nFileSizeLow = static_cast<DWORD>(status.size);
     info->nNumberOfLinks = status.links;
@@ -268,20 +252,22 @@ std::optional<BOOL> ImageGetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FIL
     return TRUE;
 }
 
-std::optional<BOOL> ImageDeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
-                                         LPDWORD returned) {
-    if (auto object = LookupHandleAs<DeviceObject>(device)) return DeviceControl(*object, code, in, inSize, out, outSize, returned);
-    auto object = LookupHandleAs<ImageFileObject>(device);
-    if (!object) return std::nullopt;
+BOOL ImageFileObject::Control(DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned) {
     DWORD count = 0;
-    const BOOL done = OnFile(*object, [&](VolumeFile& handle) { return handle.Control(code, in, inSize, out, outSize, count); });
+    const BOOL done = OnFile(*this, [&](VolumeFile& handle) { return handle.Control(code, in, inSize, out, outSize, count); });
     if (returned != nullptr) *returned = count;
     return done;
 }
 
-std::optional<DWORD> ImageGetFileAttributes(LPCWSTR path) {
+bool ImageFileObject::VolumeRelativeName(WString& relative) {
+    VolumeEntry status;
+    return OnFile(*this, [&](VolumeFile& handle) {
+        return handle.Stat(status) && volume->engine->NameOfIndex(status.fileIndex, relative);
+    }) != FALSE;
+}
+
+DWORD ImageKind::GetAttributes(LPCWSTR path) {
     Target target = Reach(path);
-    if (!target.path.volume) return std::nullopt;
     if (!target.usable) return INVALID_FILE_ATTRIBUTES;
     std::lock_guard lock(target.path.volume->engineLock);
     VolumeEntry entry;
@@ -289,27 +275,10 @@ std::optional<DWORD> ImageGetFileAttributes(LPCWSTR path) {
     return entry.attributes;
 }
 
-std::optional<BOOL> ImageSetFileAttributes(LPCWSTR path, DWORD attributes) {
-    return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.SetAttributes(components, attributes); });
-}
-
-std::optional<BOOL> ImageDeleteFile(LPCWSTR path) {
-    return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.Delete(components); });
-}
-
-std::optional<BOOL> ImageCreateDirectory(LPCWSTR path) {
-    return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.CreateFolder(components); });
-}
-
-std::optional<BOOL> ImageRemoveDirectory(LPCWSTR path) {
-    return OnPath(path, [&](Volume& volume, const VolumePath& components) { return volume.RemoveFolder(components); });
-}
-
-std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+HANDLE ImageKind::FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     ImagePath path = ResolveImagePath(pattern);
-    if (!path.volume) return std::nullopt;
+    if (!path.volume) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
     if (!path.valid) return INVALID_HANDLE_VALUE;
-    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     if (path.volume->detached) return Fail(ERROR_DEVICE_NOT_CONNECTED, INVALID_HANDLE_VALUE);
     if (!path.volume->engine) return Fail(ERROR_UNRECOGNIZED_VOLUME, INVALID_HANDLE_VALUE);
     // A pattern that ends in a separator, or names a volume root, has no name part to match.
@@ -365,19 +334,8 @@ std::optional<HANDLE> ImageFindFirstFile(LPCWSTR pattern, LPWIN32_FIND_DATAW dat
     return handle;
 }
 
-std::optional<BOOL> ImageFindNextFile(HANDLE handle, LPWIN32_FIND_DATAW data) {
-    auto find = LookupHandleAs<ImageFindObject>(handle);
-    if (!find) return std::nullopt;
-    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    std::lock_guard lock(find->lock);
-    if (find->next >= find->entries.size()) return Fail(ERROR_NO_MORE_FILES, FALSE);
-    *data = find->entries[find->next++];
-    return TRUE;
-}
-
-std::optional<BOOL> ImageSetCurrentDirectory(LPCWSTR path) {
+BOOL ImageKind::SetCurrentFolder(LPCWSTR path) {
     Target target = Reach(path);
-    if (!target.path.volume) return std::nullopt;
     if (!target.usable) return FALSE;
     // Paths relative to it are made full by their drive letter; a volume without one has no such form.
     if (target.path.volume->letter == 0) return Fail(ERROR_NOT_SUPPORTED, FALSE);
@@ -394,93 +352,43 @@ std::optional<BOOL> ImageSetCurrentDirectory(LPCWSTR path) {
     return TRUE;
 }
 
-std::optional<BOOL> ImageCreateHardLink(LPCWSTR newName, LPCWSTR existing) {
+BOOL ImageKind::CreateHardLink(LPCWSTR newName, LPCWSTR existing) {
     Target from = Reach(existing);
+    if (!from.usable) return FALSE;
     Target to = Reach(newName);
-    if (!from.path.volume && !to.path.volume) return std::nullopt;
-    if (!from.usable || !to.usable) return FALSE;
+    if (!to.usable) return FALSE;
     // A hard link never leaves its volume.
     if (from.path.volume != to.path.volume) return Fail(ERROR_NOT_SAME_DEVICE, FALSE);
     std::lock_guard lock(from.path.volume->engineLock);
     return from.path.volume->engine->CreateHardLink(to.path.components, from.path.components) ? TRUE : FALSE;
 }
 
-std::optional<HANDLE> ImageFindFirstFileName(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
+HANDLE ImageKind::FindFirstLinkName(LPCWSTR path, LPDWORD length, PWSTR name) {
     Target target = Reach(path);
-    if (!target.path.volume) return std::nullopt;
     if (!target.usable) return INVALID_HANDLE_VALUE;
-    if (length == nullptr || flags != 0) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-    auto find = std::make_shared<ImageNameFindObject>();
+    std::vector<WString> names;
     {
         std::lock_guard lock(target.path.volume->engineLock);
-        if (!target.path.volume->engine->LinkNames(target.path.components, find->names)) return INVALID_HANDLE_VALUE;
+        if (!target.path.volume->engine->LinkNames(target.path.components, names)) return INVALID_HANDLE_VALUE;
     }
-    if (find->names.empty()) return Fail(ERROR_HANDLE_EOF, INVALID_HANDLE_VALUE);
-    if (!GiveLinkName(find->names[0], length, name)) return INVALID_HANDLE_VALUE;
-    find->next = 1;
-    return InsertHandle(std::move(find));
+    return StartLinkNameSearch(std::move(names), length, name);
 }
 
-std::optional<BOOL> ImageFindNextFileName(HANDLE handle, LPDWORD length, PWSTR name) {
-    auto find = LookupHandleAs<ImageNameFindObject>(handle);
-    if (!find) return std::nullopt;
-    if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    std::lock_guard lock(find->lock);
-    if (find->next >= find->names.size()) return Fail(ERROR_HANDLE_EOF, FALSE);
-    if (!GiveLinkName(find->names[find->next], length, name)) return FALSE;
-    ++find->next;
-    return TRUE;
+bool ImageKind::Facts(LPCWSTR root, VolumeFacts& facts) {
+    const ImagePath image = ResolveImagePath(root);
+    if (!image.volume) return Fail(ERROR_PATH_NOT_FOUND, false);
+    if (!image.valid) return false;
+    if (!image.components.empty()) return Fail(ERROR_DIR_NOT_ROOT, false);
+    if (image.volume->detached) return Fail(ERROR_DEVICE_NOT_CONNECTED, false);
+    // A volume holding no file system we know is RAW: Windows cannot say what it is either.
+    if (image.volume->facts.fileSystem.empty()) return Fail(ERROR_UNRECOGNIZED_VOLUME, false);
+    facts = image.volume->facts;
+    return true;
 }
 
-std::optional<BOOL> ImageCopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
-                                  DWORD flags) {
-    if (existing == nullptr || newName == nullptr) return std::nullopt;
-    if (!ResolveImagePath(existing).volume && !ResolveImagePath(newName).volume) return std::nullopt;
-    // At least one end is on an image volume: the copy goes through the file calls, which reach either
-    // kind of volume, with the same progress, cancel and clean-up as between host folders.
-    auto cancelled = [&] { return cancel != nullptr && *cancel != FALSE; };
-    if (cancelled()) return Fail(ERROR_REQUEST_ABORTED, FALSE);
-    ScopedHandle source(OpenCopySource(existing));
-    if (!source) return FALSE;
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (!GetFileInformationByHandle(source.get(), &info)) return FALSE;
-    const DWORD carried = info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
-    ScopedHandle target(CreateFileW(newName, GENERIC_WRITE, kCopyTargetShare, nullptr,
-                                    (flags & COPY_FILE_FAIL_IF_EXISTS) ? CREATE_NEW : CREATE_ALWAYS, carried, nullptr));
-    if (!target) return FALSE;
-    auto abandon = [&](DWORD error) {
-        target.reset();
-        DeleteFileW(newName);
-        return Fail(error, FALSE);
-    };
-    LARGE_INTEGER total{}, done{};
-    total.QuadPart = static_cast<LONGLONG>((static_cast<ULONGLONG>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
-    bool quiet = progress == nullptr;
-    auto report = [&](DWORD reason) {
-        if (quiet) return true;
-        const DWORD answer = progress(total, done, total, done, 1, reason, source.get(), target.get(), data);
-        if (answer == PROGRESS_QUIET) quiet = true;
-        return answer != PROGRESS_CANCEL && answer != PROGRESS_STOP;
-    };
-    if (!report(CALLBACK_STREAM_SWITCH)) return abandon(ERROR_REQUEST_ABORTED);
-    std::vector<char> buffer(1 << 20);
-    for (;;) {
-        if (cancelled()) return abandon(ERROR_REQUEST_ABORTED);
-        DWORD read = 0, written = 0;
-        if (!ReadFile(source.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr)) return abandon(LastError());
-        if (read == 0) break;
-        if (!WriteFile(target.get(), buffer.data(), read, &written, nullptr)) return abandon(LastError());
-        done.QuadPart += read;
-        if (!report(CALLBACK_CHUNK_FINISHED)) return abandon(ERROR_REQUEST_ABORTED);
-    }
-    SetFileTime(target.get(), nullptr, nullptr, &info.ftLastWriteTime);
-    target.reset();
-    source.reset();
-    const DWORD wanted = info.dwFileAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
-                                                  FILE_ATTRIBUTE_ARCHIVE);
-    if (!SetFileAttributesW(newName, wanted == 0 ? FILE_ATTRIBUTE_NORMAL : wanted)) return FALSE;
-    SetLastErrorCode(ERROR_SUCCESS);
-    return TRUE;
+VolumeKind& ImageVolumeKind() {
+    static ImageKind kind;
+    return kind;
 }
 
 // ---- ntdll's open by file id and name query on image volumes.
@@ -502,15 +410,6 @@ HANDLE ImageOpenByIndex(HANDLE volumeDevice, ULONGLONG fileIndex, DWORD access, 
         if (!object->file->Stat(status)) return INVALID_HANDLE_VALUE;
     }
     return InsertOpenFile(std::move(object), status, share);
-}
-
-std::optional<BOOL> ImageFileName(HANDLE file, WString& relative) {
-    auto object = LookupHandleAs<ImageFileObject>(file);
-    if (!object) return std::nullopt;
-    VolumeEntry status;
-    return OnFile(*object, [&](VolumeFile& handle) {
-        return handle.Stat(status) && object->volume->engine->NameOfIndex(status.fileIndex, relative);
-    });
 }
 
 }  // namespace vlx

@@ -1,4 +1,5 @@
-// Searches: folder listings by pattern in NTFS name order, and every hard-link name of a file.
+// Searches on host-folder volumes: folder listings by pattern in NTFS name order, and every hard-link name
+// of a file.
 #include <dirent.h>
 #include <sys/stat.h>
 
@@ -11,7 +12,7 @@
 #include "../core/table.h"
 #include "host_link_names.h"
 #include "host_names.h"
-#include "image_calls.h"
+#include "host_kind.h"
 
 namespace vlx {
 
@@ -26,19 +27,11 @@ struct Candidate {
     std::unique_ptr<HostStatus> known;  // the status, when it was read already
 };
 
-class FindObject : public KernelObject {
+class FindObject : public SearchObject {
 public:
-    bool IsSearch() const override { return true; }
+    bool Next(WIN32_FIND_DATAW& data) override;
     std::mutex lock;
     std::vector<Candidate> entries;
-    size_t next = 0;
-};
-
-class FileNameFindObject : public KernelObject {
-public:
-    bool IsSearch() const override { return true; }
-    std::mutex lock;
-    std::vector<WString> names;
     size_t next = 0;
 };
 
@@ -68,30 +61,17 @@ bool FillFindData(const Candidate& entry, WIN32_FIND_DATAW& data) {
     return true;
 }
 
-bool NextFromFind(FindObject& find, WIN32_FIND_DATAW& data) {
-    std::lock_guard guard(find.lock);
-    while (find.next < find.entries.size()) {
-        if (FillFindData(find.entries[find.next++], data)) return true;
+bool FindObject::Next(WIN32_FIND_DATAW& data) {
+    std::lock_guard guard(lock);
+    while (next < entries.size()) {
+        if (FillFindData(entries[next++], data)) return true;
     }
-    return false;
+    return Fail(ERROR_NO_MORE_FILES, false);
 }
 
 }  // namespace
 
-HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
-    // A device name is found wherever it is looked for, as one entry that stands for the device, on
-    // every volume and whether or not the folder exists.
-    const WString device = ReservedDeviceOf(LastNameOf(pattern));
-    if (!device.empty() && data != nullptr) {
-        std::memset(data, 0, sizeof *data);
-        data->dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
-        WStrCopy(data->cFileName, MAX_PATH, device.c_str());
-        HANDLE handle = InsertHandle(std::make_shared<FindObject>());  // nothing more to find
-        SetLastErrorCode(ERROR_SUCCESS);
-        return handle;
-    }
-    if (auto answer = ImageFindFirstFile(pattern, data)) return *answer;
-    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+HANDLE HostKind::FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     ResolvedPath resolved;
     if (!Resolve(pattern, resolved, Wildcards::AllowInLast)) return INVALID_HANDLE_VALUE;
     // A pattern that ends in a separator, or names a volume root, has no name part to match; the folder
@@ -136,72 +116,23 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         }
         find->entries.insert(find->entries.end(), std::make_move_iterator(listed.begin()), std::make_move_iterator(listed.end()));
     }
-    if (!NextFromFind(*find, *data)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    if (!find->Next(*data)) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     HANDLE handle = InsertHandle(std::move(find));
     SetLastErrorCode(ERROR_SUCCESS);
     return handle;
 }
 
-BOOL WINAPI FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
-    if (auto answer = ImageFindNextFile(handle, data)) return *answer;
-    auto find = LookupHandleAs<FindObject>(handle);
-    if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (data == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    if (!NextFromFind(*find, *data)) return Fail(ERROR_NO_MORE_FILES, FALSE);
-    return TRUE;
-}
-
-BOOL WINAPI FindClose(HANDLE handle) {
-    if (!RemoveHandleIf(handle, [](KernelObject& object) { return object.IsSearch(); })) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    return TRUE;
-}
-
-namespace {
-
-// Copies one name out as FindFirstFileNameW does: the length goes in as the buffer size and comes out as
-// the needed size when the name does not fit.
-bool CopyLinkName(const WString& name, LPDWORD length, PWSTR buffer) {
-    const DWORD needed = static_cast<DWORD>(name.size() + 1);
-    if (buffer == nullptr || *length < needed) {
-        *length = needed;
-        return Fail(ERROR_MORE_DATA, false);
-    }
-    name.copy(buffer, name.size());
-    buffer[name.size()] = 0;
-    *length = needed;
-    return true;
-}
-
-}  // namespace
-
-HANDLE WINAPI FindFirstFileNameW(LPCWSTR path, DWORD flags, LPDWORD length, PWSTR name) {
-    if (auto answer = ImageFindFirstFileName(path, flags, length, name)) return *answer;
-    if (flags != 0 || length == nullptr) return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+HANDLE HostKind::FindFirstLinkName(LPCWSTR path, LPDWORD length, PWSTR name) {
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return INVALID_HANDLE_VALUE;
     if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     struct stat status {};
     if (stat(resolved.hostPath.c_str(), &status) != 0) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
 
-    auto find = std::make_shared<FileNameFindObject>();
     // The name given comes first; the walk adds the others.
-    find->names.push_back(resolved.volumeRelative());
-    if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) CollectHostLinkNames(resolved, status, find->names);
-    if (!CopyLinkName(find->names[0], length, name)) return INVALID_HANDLE_VALUE;
-    find->next = 1;
-    return InsertHandle(std::move(find));
-}
-
-BOOL WINAPI FindNextFileNameW(HANDLE handle, LPDWORD length, PWSTR name) {
-    if (auto answer = ImageFindNextFileName(handle, length, name)) return *answer;
-    auto find = LookupHandleAs<FileNameFindObject>(handle);
-    if (!find) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    std::lock_guard guard(find->lock);
-    if (find->next >= find->names.size()) return Fail(ERROR_HANDLE_EOF, FALSE);
-    if (!CopyLinkName(find->names[find->next], length, name)) return FALSE;
-    ++find->next;
-    return TRUE;
+    std::vector<WString> names{resolved.volumeRelative()};
+    if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) CollectHostLinkNames(resolved, status, names);
+    return StartLinkNameSearch(std::move(names), length, name);
 }
 
 }  // namespace vlx

@@ -1,5 +1,5 @@
-// CopyFileW and CopyFileExW: one file copied in chunks beside its target and put in place only when it is
-// whole, with the progress routine called as Windows calls it and a cancel flag another thread may set.
+// CopyFileExW between host folders: one file copied in chunks beside its target and put in place only when
+// it is whole, with the progress routine called as Windows calls it and a cancel flag another thread may set.
 //
 // The copy is written to a file of its own in the target's folder (nameless where the file system allows
 // it) and renamed over the target at the end, so a copy that fails, is cancelled or runs out of disk
@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "file_object.h"
-#include "image_calls.h"
+#include "host_kind.h"
 #include "../core/scoped_handle.h"
 
 namespace vlx {
@@ -201,18 +201,8 @@ bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vec
 
 }  // namespace
 
-HANDLE OpenCopySource(LPCWSTR existing) {
-    HANDLE source = CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    if (source != INVALID_HANDLE_VALUE || LastError() != ERROR_SHARING_VIOLATION) return source;
-    return CreateFileW(existing, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                       FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-}
-
-BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
+BOOL HostKind::CopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel,
                         DWORD flags) {
-    if (auto answer = ImageCopyFile(existing, newName, progress, data, cancel, flags)) return *answer;
-    if (existing == nullptr || newName == nullptr) return Fail(ERROR_PATH_NOT_FOUND, FALSE);
     if (IsCancelled(cancel)) return Fail(ERROR_REQUEST_ABORTED, FALSE);
 
     // A folder cannot be opened without backup semantics, so a folder source fails with
@@ -315,10 +305,6 @@ BOOL WINAPI CopyFileExW(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
         return Fail(errno == EEXIST ? ERROR_FILE_EXISTS : Win32ErrorFromErrno(errno), FALSE);
     SetLastErrorCode(ERROR_SUCCESS);
     return TRUE;
-}
-
-BOOL WINAPI CopyFileW(LPCWSTR existing, LPCWSTR newName, BOOL failIfExists) {
-    return CopyFileExW(existing, newName, nullptr, nullptr, nullptr, failIfExists ? COPY_FILE_FAIL_IF_EXISTS : 0);
 }
 
 }  // namespace vlx
