@@ -123,6 +123,12 @@ namespace vlx {
 enum class TokenKind { Elevated, StandardUser, AsProcessRuns };
 void SetProcessToken(TokenKind kind);
 
+// The clock host-folder volumes read the present from when they decide which attribute words they may
+// remember (entries changed before the present tick); a test sets one that runs ahead instead of waiting
+// for entries to age. Null puts the real clock back.
+using PresentClock = struct timespec (*)();
+void SetPresentClock(PresentClock clock);
+
 // Blocks from LocalAlloc not yet given back with LocalFree.
 size_t LocalBlockCount();
 

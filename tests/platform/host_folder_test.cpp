@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <set>
 
@@ -123,6 +125,41 @@ TEST_F(HostFolder, AttributeWordsMapToHostState) {
     EXPECT_FALSE(sys().PathIsDirectoryW(Win("plain.txt")));
     EXPECT_TRUE(sys().PathFileExistsW(Win("plain.txt")));
     EXPECT_FALSE(sys().PathFileExistsW(Win("nothing")));
+}
+
+// Attribute words are remembered between reads only while nothing could have changed them unseen: a word
+// written by another program right after a read is read back, and so is one this process writes, also
+// for entries old enough to be remembered (a clock running a minute ahead makes every entry old).
+TEST_F(HostFolder, RememberedAttributeWordsNeverHideAChange) {
+    WriteFile("a.txt", "x");
+    auto writeElsewhere = [&](const char* word) {
+        ASSERT_EQ(setxattr(Host("a.txt").c_str(), "user.DOSATTRIB", word, std::strlen(word), 0), 0);
+    };
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(Attributes(Win("a.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+        writeElsewhere("0x2");
+        EXPECT_EQ(Attributes(Win("a.txt")), DWORD(FILE_ATTRIBUTE_HIDDEN)) << round;
+        writeElsewhere("0x20");
+    }
+
+    struct Ahead {
+        Ahead() { vlx::SetPresentClock(&Now); }
+        ~Ahead() { vlx::SetPresentClock(nullptr); }
+        static struct timespec Now() {
+            struct timespec now {};
+            clock_gettime(CLOCK_REALTIME, &now);
+            now.tv_sec += 60;
+            return now;
+        }
+    } ahead;
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(Attributes(Win("a.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+        ASSERT_TRUE(sys().SetFileAttributesW(Win("a.txt"), FILE_ATTRIBUTE_SYSTEM));
+        EXPECT_EQ(Attributes(Win("a.txt")), DWORD(FILE_ATTRIBUTE_SYSTEM)) << round;
+        ASSERT_TRUE(sys().SetFileAttributesW(Win("a.txt"), FILE_ATTRIBUTE_ARCHIVE));
+        // A remembered word stands for the file as it was: a write that moves the change time is seen.
+        EXPECT_EQ(Attributes(Win("a.txt")), DWORD(FILE_ATTRIBUTE_ARCHIVE));
+    }
 }
 
 // What non-root users meet: every write of an attribute word happens whole or changes nothing, whatever

@@ -4,9 +4,14 @@
 #include <sys/xattr.h>
 #include <fcntl.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <ctime>
 
 #include "../core/internal.h"
 
@@ -23,6 +28,76 @@ constexpr LONGLONG kTicksAt1970 = 116444736000000000;
 constexpr LONGLONG kTicksPerSecond = 10000000;
 
 DWORD StoredBitsFor(bool isFolder) { return isFolder ? kStoredFolderBits : kStoredBits; }
+
+// The stored words read lately, by file and change time, so that reading an entry's attributes right
+// after listing it (as every walk does: find, then the file's length and times) costs no second call.
+// Setting an extended attribute moves the file's change time to the clock's present tick, so a word
+// remembered under the change time the file still has is the word stored now, provided that time was
+// already past when the word was read: a file changed within the present tick is never remembered, since
+// a second change in the same tick would leave its change time as it was. What this process writes is
+// forgotten at once besides. One slot per file index, overwritten by the next file that falls on it: the
+// memory stays small and lookups cost no allocation.
+class StoredWordMemory {
+public:
+    bool Find(const struct stat& status, long& word) {
+        std::lock_guard guard(lock_);
+        const Slot& slot = slots_[IndexOf(status)];
+        if (!slot.used || !Same(slot, status)) return false;
+        word = slot.word;
+        return true;
+    }
+    void Keep(const struct stat& status, long word) {
+        std::lock_guard guard(lock_);
+        slots_[IndexOf(status)] = Slot{true, status.st_dev, status.st_ino, status.st_ctim, word};
+    }
+    void Forget(const struct stat& status) {
+        std::lock_guard guard(lock_);
+        Slot& slot = slots_[IndexOf(status)];
+        if (slot.device == status.st_dev && slot.inode == status.st_ino) slot.used = false;
+    }
+
+private:
+    struct Slot {
+        bool used = false;
+        dev_t device = 0;
+        ino_t inode = 0;
+        struct timespec changed {};
+        long word = -1;
+    };
+    static constexpr size_t kSlots = size_t(1) << 14;
+    static size_t IndexOf(const struct stat& status) {
+        return (std::hash<ino_t>()(status.st_ino) ^ (std::hash<dev_t>()(status.st_dev) * 31)) & (kSlots - 1);
+    }
+    static bool Same(const Slot& slot, const struct stat& status) {
+        return slot.device == status.st_dev && slot.inode == status.st_ino && slot.changed.tv_sec == status.st_ctim.tv_sec &&
+               slot.changed.tv_nsec == status.st_ctim.tv_nsec;
+    }
+    std::mutex lock_;
+    std::array<Slot, kSlots> slots_{};
+};
+
+// Whether the entry's last change lies before the present tick of the clock that stamps changes, by a
+// margin that leaves room for the file system's own rounding.
+struct timespec CoarseNow() {
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now;
+}
+
+std::atomic<PresentClock> g_present{&CoarseNow};
+
+bool ChangedBeforeNow(const struct stat& status) {
+    constexpr long kMarginNanoseconds = 50 * 1000 * 1000;
+    const struct timespec now = g_present.load()();
+    const long long nowNs = static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
+    const long long changedNs = static_cast<long long>(status.st_ctim.tv_sec) * 1000000000LL + status.st_ctim.tv_nsec;
+    return changedNs < nowNs - kMarginNanoseconds;
+}
+
+StoredWordMemory& Remembered() {
+    static StoredWordMemory memory;
+    return memory;
+}
 
 // The raw stored word, or -1 when the entry has none stored.
 long ReadStoredWord(const std::string& hostPath) {
@@ -59,6 +134,8 @@ void RestoreStoredWord(const std::string& hostPath, long previous) {
 
 }  // namespace
 
+void SetPresentClock(PresentClock clock) { g_present = clock != nullptr ? clock : &CoarseNow; }
+
 FILETIME FileTimeFromTimespec(const struct timespec& time) {
     const LONGLONG ticks = static_cast<LONGLONG>(time.tv_sec) * kTicksPerSecond + time.tv_nsec / 100 + kTicksAt1970;
     const ULONGLONG value = ticks < 0 ? 0 : static_cast<ULONGLONG>(ticks);
@@ -89,7 +166,12 @@ DWORD HostAttributes(const std::string& hostPath, const struct stat& status, boo
     if (isFolder) attributes |= FILE_ATTRIBUTE_DIRECTORY;
     // A folder nobody may write into reads as read-only, whatever is stored; a link has no permissions.
     if (!isLink && (status.st_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
-    const long stored = ReadStoredWord(hostPath);
+    long stored = -1;
+    if (!Remembered().Find(status, stored)) {
+        const bool settled = ChangedBeforeNow(status);  // the clock read before the word is
+        stored = ReadStoredWord(hostPath);
+        if (settled) Remembered().Keep(status, stored);
+    }
     attributes |= stored >= 0 ? static_cast<DWORD>(stored) & StoredBitsFor(isFolder) : ImpliedStoredBits(isFolder);
     if (isVolumeRoot) attributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;  // as NTFS roots report
     return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
@@ -102,6 +184,8 @@ DWORD HostAttributes(const std::string& hostPath, const struct stat& status, boo
 bool WriteHostAttributes(const std::string& hostPath, const struct stat& status, DWORD attributes) {
     const bool isFolder = IsFolderEntry(hostPath, status);
     const DWORD storedMask = StoredBitsFor(isFolder);
+    // Whatever happens below, the word read before it is no longer to be trusted.
+    Remembered().Forget(status);
     const long previous = ReadStoredWord(hostPath);
     const DWORD current = previous >= 0 ? static_cast<DWORD>(previous) & storedMask : ImpliedStoredBits(isFolder);
     const DWORD wanted = attributes & storedMask;

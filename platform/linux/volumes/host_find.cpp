@@ -101,7 +101,14 @@ HANDLE HostKind::FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
             const std::string hostName = entry->d_name;
             if (hostName == "." || hostName == "..") continue;
             const WString name = WindowsNameOfHost(hostName);
-            if (MatchesPattern(namePattern, name)) listed.push_back({name, JoinHost(folder, hostName), false});
+            if (!MatchesPattern(namePattern, name)) continue;
+            // Each entry is looked at relative to the open folder, as the listing is read, the way NTFS
+            // hands out an entry's facts with its name: no walk of the whole path per entry. One that is
+            // gone by now is left out.
+            auto known = std::make_unique<HostStatus>();
+            if (!StatHostAt(dirfd(dir), hostName.c_str(), *known)) continue;
+            listed.push_back({name, JoinHost(folder, hostName), false});
+            listed.back().known = std::move(known);
         }
         closedir(dir);
         std::sort(listed.begin(), listed.end(), [](const Candidate& a, const Candidate& b) { return NameLessNtfs(a.name, b.name); });
