@@ -64,7 +64,7 @@ private:
         struct timespec changed {};
         long word = -1;
     };
-    static constexpr size_t kSlots = size_t(1) << 14;
+    static constexpr size_t kSlots = size_t(1) << 16;
     static size_t IndexOf(const struct stat& status) {
         return (std::hash<ino_t>()(status.st_ino) ^ (std::hash<dev_t>()(status.st_dev) * 31)) & (kSlots - 1);
     }

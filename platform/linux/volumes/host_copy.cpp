@@ -60,10 +60,22 @@ std::string PendingName(const std::string& folder) {
     return (folder == "/" ? std::string() : folder) + name;
 }
 
-// The copy in the making: a nameless file in the target's folder where the file system makes one, else a
-// named one. It goes away on every way out that does not put it in place.
+// The copy in the making. A copy that replaces a file is written beside it, in a nameless file of the
+// target's folder where the file system makes one, else a named one, so that the old file stays whole
+// until the new one is. A copy to a new name is made under that name at once, as Windows makes it: there
+// is nothing to keep, and a nameless file costs the file system a journal entry per file. Either way it
+// goes away on every way out that does not put it in place.
 class PendingCopy {
 public:
+    // Makes the copy under target itself, which must not exist; false with errno (EEXIST when it does).
+    bool CreateNew(const std::string& target) {
+        fd_ = open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd_ < 0) return false;
+        name_ = target;
+        inPlace_ = true;
+        return true;
+    }
+
     ~PendingCopy() {
         if (fd_ >= 0) close(fd_);
         if (!name_.empty()) unlink(name_.c_str());
@@ -114,7 +126,8 @@ public:
     bool PutInPlace(const std::string& target, bool noReplace) {
         close(fd_);
         fd_ = -1;
-        if (!noReplace) {
+        if (inPlace_) {
+        } else if (!noReplace) {
             if (rename(name_.c_str(), target.c_str()) != 0) return false;
         } else if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0) {
             // A file system without the no-replace rename: a hard link fails just as well on an existing name.
@@ -129,6 +142,7 @@ private:
     int fd_ = -1;
     std::string folder_;
     std::string name_;
+    bool inPlace_ = false;  // name_ is the target's own
 };
 
 // Copies bytes [offset, end) of from into to at the same offsets, by the kernel where it can; false with
@@ -172,6 +186,19 @@ struct Route {
     bool seeksData = true;
 };
 
+// The last file system that refused to share blocks, so that a tree of small files copied onto it does
+// not ask again for every file.
+std::atomic<dev_t> g_refusesClones{static_cast<dev_t>(-1)};
+
+// The route for a source of this status to a copy on the device target: a file with as many blocks as
+// bytes has no holes to look for.
+Route RouteFor(const struct stat& source, dev_t target) {
+    Route route;
+    route.clones = g_refusesClones.load() != target;
+    route.seeksData = static_cast<LONGLONG>(source.st_blocks) * 512 < static_cast<LONGLONG>(source.st_size);
+    return route;
+}
+
 bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vector<char>& buffer) {
     if (route.clones) {
         file_clone_range range{};
@@ -180,7 +207,10 @@ bool CopyChunk(int from, int to, off_t offset, off_t end, Route& route, std::vec
         range.src_length = static_cast<__u64>(end - offset);
         range.dest_offset = static_cast<__u64>(offset);
         if (ioctl(to, FICLONERANGE, &range) == 0) return true;
-        route.clones = false;  // not a file system that shares blocks, or not between these two files
+        // Not a file system that shares blocks, or not between these two files.
+        route.clones = false;
+        struct stat target {};
+        if ((errno == EOPNOTSUPP || errno == ENOTTY) && fstat(to, &target) == 0) g_refusesClones = target.st_dev;
     }
     if (!route.seeksData) return CopyData(from, to, offset, end, route.kernelCopies, buffer);
     while (offset < end) {
@@ -243,7 +273,12 @@ BOOL HostKind::CopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     }
 
     PendingCopy copy;
-    if (!copy.Create(FolderOf(targetHostPath))) return Fail(Win32ErrorFromErrno(errno), FALSE);
+    if (!replacing && !copy.CreateNew(targetHostPath)) {
+        // A file that appeared since the target was looked at passed none of the checks above: it is
+        // kept, as an existing file is kept when the caller asks so.
+        return Fail(errno == EEXIST ? ERROR_FILE_EXISTS : Win32ErrorFromErrno(errno), FALSE);
+    }
+    if (replacing && !copy.Create(FolderOf(targetHostPath))) return Fail(Win32ErrorFromErrno(errno), FALSE);
     // The replaced file's permissions stay with its name.
     if (replacing && fchmod(copy.fd(), keptMode) != 0) return Fail(Win32ErrorFromErrno(errno), FALSE);
     // The routine is handed the copy being written as the target, as Windows hands it the new file.
@@ -272,7 +307,7 @@ BOOL HostKind::CopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
 
     bool stopped = false;
     if (!report(CALLBACK_STREAM_SWITCH, 0, stopped)) return stopped ? keepPartial() : Fail(ERROR_REQUEST_ABORTED, FALSE);
-    Route route;
+    Route route = RouteFor(sourceStatus, copyStatus.st_dev);
     std::vector<char> buffer;
     LONGLONG done = 0;
     while (done < total) {
