@@ -342,7 +342,8 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     HostStatus entry;
     size_t resolvedCount = 0;
     bool lastExactMissing = false;
-    if (!names.empty() && !lastHasWildcard && StatHost(joinAll(names.size()), entry)) {
+    int wholeError = 0;
+    if (!names.empty() && !lastHasWildcard && (StatHost(joinAll(names.size()), entry) || ((wholeError = errno), false))) {
         resolvedCount = names.size();
         host = joinAll(names.size());
         out.hostParent = joinAll(names.size() - 1);
@@ -356,6 +357,17 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
             host = parent;
             out.components.assign(names.begin(), names.end() - 1);
         }
+    }
+
+    // A new name in a folder that exists (the target of a copy, a folder being made): the folder's listing
+    // says whether the name is there in another case, without opening the folder; a lookup that met no
+    // refusal on the way (ENOENT) shows the folder can be entered.
+    if (lastExactMissing && resolvedCount + 1 == names.size() && wholeError == ENOENT &&
+        FindFoldedEntry(host, hostNames.back(), names.back()).empty()) {
+        out.components.push_back(names.back());
+        out.hostParent = host;
+        out.hostPath = JoinHost(host, hostNames.back());
+        return true;
     }
 
     // The rest, one component at a time, each looked up in the folder reached so far through a descriptor
