@@ -271,15 +271,23 @@ constexpr size_t kFoldersCounted = 65536;
 
 using FolderNames = std::unordered_map<std::u16string, std::pair<u64, std::u16string>>;
 
-// Folders whose names are held at once: the walk of a table goes folder by folder, and every name held is
-// memory that a volume of a million entries would otherwise fill.
-constexpr size_t kFoldersKnown = 16;
+// Names held at once, in all folders together: enough for the folders a walk of a table or of a tree
+// keeps going back to, while a volume of a million entries does not fill memory with them.
+constexpr size_t kNamesKnown = 32768;
+
+}  // namespace
 
 void ForgetNames(VolumeState& state, u64 folderRecord) {
-    state.folded.erase(folderRecord);
+    const auto known = state.folded.find(folderRecord);
+    if (known != state.folded.end()) {
+        state.foldedNames -= known->second.size();
+        state.folded.erase(known);
+    }
     state.foldedUse.erase(folderRecord);
     state.searches.erase(folderRecord);
 }
+
+namespace {
 
 // The folder's names by their folded form, read once and then kept up to date by the calls that add
 // names; a call that takes one away forgets them.
@@ -288,13 +296,14 @@ DWORD KnownNames(VolumeState& state, Node& folder, FolderNames*& names) {
     if (cached == state.folded.end()) {
         std::vector<DirEntry> entries;
         if (DWORD error = ReadFolder(folder, entries)) return error;
-        if (state.folded.size() >= kFoldersKnown) {
+        while (!state.foldedUse.empty() && state.foldedNames + entries.size() > kNamesKnown) {
             const auto oldest = std::min_element(state.foldedUse.begin(), state.foldedUse.end(),
                                                  [](const auto& a, const auto& b) { return a.second < b.second; });
-            if (oldest != state.foldedUse.end()) ForgetNames(state, oldest->first);
+            ForgetNames(state, oldest->first);
         }
         FolderNames read;
         for (DirEntry& entry : entries) read.emplace(Folded(state.vol, entry.name), std::make_pair(entry.reference, entry.name));
+        state.foldedNames += read.size();
         cached = state.folded.emplace(folder.ni->mft_no, std::move(read)).first;
     }
     names = &cached->second;
@@ -412,7 +421,9 @@ void ForgetFolder(VolumeState& state, const ntfs_inode* folder) { ForgetNames(st
 // A name just added to a folder's index joins its known names.
 void RememberName(VolumeState& state, const ntfs_inode* folder, const WString& name, u64 reference) {
     const auto cached = state.folded.find(folder->mft_no);
-    if (cached != state.folded.end()) cached->second.emplace(Folded(state.vol, name), std::make_pair(reference, name));
+    if (cached != state.folded.end() && cached->second.emplace(Folded(state.vol, name), std::make_pair(reference, name)).second) {
+        ++state.foldedNames;
+    }
 }
 
 // Writing back a record whose names changed (a new size, new times) also brings the copies of its names
@@ -769,6 +780,7 @@ DWORD Volume::Detach() {
     for (auto& [record, node] : state.nodes) UnloadNode(state, *node);
     state.nodes.clear();
     state.folded.clear();
+    state.foldedNames = 0;
     state.foldedUse.clear();
     state.searches.clear();
     state.folderPaths.clear();

@@ -59,11 +59,12 @@ struct VolumeState {
     std::unordered_map<u64, std::unique_ptr<Node>> nodes;  // by record number
     // Per folder record: the folded long names of its entries with their references and names on disk,
     // read when a name is not found as typed or the folder has been searched often, added to as names are
-    // added and dropped when one goes; those of the least recently searched folder go when too many are
-    // held.
+    // added and dropped when one goes; those of the least recently searched folders go when too many names
+    // are held.
     std::unordered_map<u64, std::unordered_map<std::u16string, std::pair<u64, std::u16string>>> folded;
     std::unordered_map<u64, u64> foldedUse;  // per folder in folded: the search count when last searched
     u64 foldedSearches = 0;
+    size_t foldedNames = 0;                  // names in folded, all folders together
     // Per folder record: its reference (sequence number and all) and its volume-relative path, as the
     // name queries found it; let go whenever a folder moves.
     std::unordered_map<u64, std::pair<u64, WString>> folderPaths;
@@ -104,6 +105,8 @@ void ReleaseNode(VolumeState& state, Node* node);
 // Takes a record out of the cache without closing it, for the libntfs-3g calls that close it themselves.
 // False when someone else still holds it.
 bool DetachNode(VolumeState& state, Node* node);
+// Lets go of what the lookups keep of a folder's names, when a name in it goes or it changes otherwise.
+void ForgetNames(VolumeState& state, u64 folderRecord);
 // Opens the unnamed data stream of a held record once; the last libntfs-3g error becomes the result.
 DWORD OpenData(Node& node);
 
