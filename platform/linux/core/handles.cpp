@@ -179,7 +179,8 @@ void ReleaseShareLocks(OpenRecord& record) {
 // Takes the record's bytes through fd and checks them against other descriptions; false with
 // ERROR_SHARING_VIOLATION on a conflict. Where no lock can be taken the open stays process-local.
 bool TakeShareLocks(OpenRecord& record, int fd) {
-    if (!TakesPartInSharing(record.access)) return true;
+    // A file inside an image has no descriptor of its own: it shares within this process alone.
+    if (fd < 0 || !TakesPartInSharing(record.access)) return true;
     bool owned = false;
     const int lockFd = LockableDescription(fd, owned);
     if (lockFd < 0) return true;

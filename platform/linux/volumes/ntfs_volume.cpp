@@ -123,8 +123,15 @@ public:
         using Result = std::unique_ptr<VolumeFile>;
         const WString text = EnginePath(path);
         ntfs::EntryInfo info;
-        const DWORD found = engine_->Query(text, info);
         std::shared_ptr<ntfs::File> file;
+        // One walk of the path in the usual case: the entry is opened, then looked at. The file system's
+        // own files can be looked at but not opened, and answer as any entry until the open.
+        DWORD found = engine_->Open(text, file);
+        if (found == ERROR_SUCCESS) {
+            found = file->Info(info);
+        } else if (found == ERROR_ACCESS_DENIED) {
+            found = engine_->Query(text, info);
+        }
         if (found == ERROR_SUCCESS) {
             const bool folder = (info.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
             if (folder && (flags & FILE_FLAG_BACKUP_SEMANTICS) == 0) return Fail(ERROR_ACCESS_DENIED, Result());
@@ -136,7 +143,7 @@ public:
                 ((access & kChanges) || truncates || (flags & FILE_FLAG_DELETE_ON_CLOSE)))
                 return Fail(ERROR_ACCESS_DENIED, Result());
             if (folder && truncates) return Fail(ERROR_ACCESS_DENIED, Result());
-            if (!Done(engine_->Open(text, file))) return Result();
+            if (!file && !Done(engine_->Open(text, file))) return Result();
             if (truncates && !Done(file->SetSize(0))) return Result();
         } else if (found == ERROR_FILE_NOT_FOUND) {
             if (disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) return Fail(found, Result());

@@ -72,6 +72,7 @@ extern "C" {
 #include <ntfs-3g/security.h>
 #include <ntfs-3g/unistr.h>
 #include <ntfs-3g/volume.h>
+#include <ntfs-3g/cache.h>
 }
 
 #undef BOOL

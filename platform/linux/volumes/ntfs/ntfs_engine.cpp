@@ -35,6 +35,8 @@ namespace {
 using Lock = std::lock_guard<std::recursive_mutex>;
 
 constexpr size_t kMaxNameUnits = 255;
+// Folder paths kept for the name queries; past this many they are all let go and found again.
+constexpr size_t kFolderPathsKept = 4096;
 constexpr DWORD kMaxLinks = 1024;
 
 // ---- Device operations: the partition is the byte range [offset, offset + length) of the image file.
@@ -59,33 +61,39 @@ int DeviceClose(ntfs_device* dev) {
     return result;
 }
 
+// The volume's bytes from the image (or the shadow copy's source), cut at the volume's end.
+long long ReadBacking(ImageDevice& device, ULONGLONG offset, void* buffer, size_t count) {
+    if (offset >= device.length) return 0;
+    count = static_cast<size_t>(std::min<ULONGLONG>(count, device.length - offset));
+    if (device.source) {
+        if (!device.source->Read(offset, buffer, count)) {
+            errno = EIO;
+            return -1;
+        }
+        return static_cast<long long>(count);
+    }
+    size_t done = 0;
+    while (done < count) {
+        const ssize_t got = pread(device.fd, static_cast<char*>(buffer) + done, count - done,
+                                  static_cast<off_t>(device.offset + offset + done));
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            return done ? static_cast<long long>(done) : -1;
+        }
+        if (got == 0) break;  // the image ends before the partition does
+        done += static_cast<size_t>(got);
+    }
+    return static_cast<long long>(done);
+}
+
 s64 DevicePread(ntfs_device* dev, void* buffer, s64 count, s64 offset) {
     ImageDevice& device = DeviceOf(dev);
     if (offset < 0 || count < 0) {
         errno = EINVAL;
         return -1;
     }
-    if (static_cast<ULONGLONG>(offset) >= device.length) return 0;
-    count = std::min<s64>(count, static_cast<s64>(device.length - offset));
-    if (device.source) {
-        if (!device.source->Read(static_cast<ULONGLONG>(offset), buffer, static_cast<size_t>(count))) {
-            errno = EIO;
-            return -1;
-        }
-        return count;
-    }
-    s64 done = 0;
-    while (done < count) {
-        const ssize_t got = pread(device.fd, static_cast<char*>(buffer) + done, count - done,
-                                  static_cast<off_t>(device.offset + offset + done));
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            return done ? done : -1;
-        }
-        if (got == 0) break;  // the image ends before the partition does
-        done += got;
-    }
-    return done;
+    return device.cache.Read(static_cast<ULONGLONG>(offset), buffer, static_cast<size_t>(count),
+                             [&device](ULONGLONG at, void* into, size_t size) { return ReadBacking(device, at, into, size); });
 }
 
 s64 DevicePwrite(ntfs_device* dev, const void* buffer, s64 count, s64 offset) {
@@ -98,7 +106,8 @@ s64 DevicePwrite(ntfs_device* dev, const void* buffer, s64 count, s64 offset) {
         errno = ENOSPC;
         return -1;
     }
-    // What a shadow copy of the volume still needs is saved before it is overwritten.
+    // What a shadow copy of the volume still needs is saved before it is overwritten; it reads the image
+    // itself, which the cache never runs ahead of.
     for (auto at = device.observers.begin(); at != device.observers.end();) {
         const auto observer = at->lock();
         if (!observer) {
@@ -117,9 +126,17 @@ s64 DevicePwrite(ntfs_device* dev, const void* buffer, s64 count, s64 offset) {
                                    static_cast<off_t>(device.offset + offset + done));
         if (put < 0) {
             if (errno == EINTR) continue;
-            return done ? done : -1;
+            break;
         }
         done += put;
+    }
+    if (done == count) {
+        device.cache.Wrote(static_cast<ULONGLONG>(offset), buffer, static_cast<size_t>(count));
+    } else {
+        const int error = errno;
+        device.cache.Forget(static_cast<ULONGLONG>(offset), static_cast<size_t>(count));
+        errno = error;
+        if (done == 0) return -1;
     }
     device.written = true;
     NDevSetDirty(dev);
@@ -241,13 +258,86 @@ DWORD ReadFolder(Node& folder, std::vector<DirEntry>& entries) {
 
 struct Found {
     u64 reference = 0;
-    WString name;  // the long name on disk
+    WString name;         // the long name on disk
+    bool known = false;   // found among the folder's long names: name is the entry's name there as stored
 };
 
+// How many times a folder is searched before all its names are read at once: a folder searched once or
+// twice (a path on the way to one file) is not read whole, one searched name by name (counting the
+// volume, filling a folder) is.
+constexpr unsigned kSearchesBeforeReadingAll = 8;
+// Folders whose searches are counted at once; past that, counting starts again.
+constexpr size_t kFoldersCounted = 65536;
+
+using FolderNames = std::unordered_map<std::u16string, std::pair<u64, std::u16string>>;
+
+// Names held at once, in all folders together: enough for the folders a walk of a table or of a tree
+// keeps going back to, while a volume of a million entries does not fill memory with them.
+constexpr size_t kNamesKnown = 32768;
+
+}  // namespace
+
+void ForgetNames(VolumeState& state, u64 folderRecord) {
+    const auto known = state.folded.find(folderRecord);
+    if (known != state.folded.end()) {
+        state.foldedNames -= known->second.size();
+        state.folded.erase(known);
+    }
+    state.foldedUse.erase(folderRecord);
+    state.searches.erase(folderRecord);
+}
+
+namespace {
+
+// The folder's names by their folded form, read once and then kept up to date by the calls that add
+// names; a call that takes one away forgets them.
+DWORD KnownNames(VolumeState& state, Node& folder, FolderNames*& names) {
+    auto cached = state.folded.find(folder.ni->mft_no);
+    if (cached == state.folded.end()) {
+        std::vector<DirEntry> entries;
+        if (DWORD error = ReadFolder(folder, entries)) return error;
+        while (!state.foldedUse.empty() && state.foldedNames + entries.size() > kNamesKnown) {
+            const auto oldest = std::min_element(state.foldedUse.begin(), state.foldedUse.end(),
+                                                 [](const auto& a, const auto& b) { return a.second < b.second; });
+            ForgetNames(state, oldest->first);
+        }
+        FolderNames read;
+        for (DirEntry& entry : entries) read.emplace(Folded(state.vol, entry.name), std::make_pair(entry.reference, entry.name));
+        state.foldedNames += read.size();
+        cached = state.folded.emplace(folder.ni->mft_no, std::move(read)).first;
+    }
+    names = &cached->second;
+    state.foldedUse[folder.ni->mft_no] = ++state.foldedSearches;
+    return ERROR_SUCCESS;
+}
+
 // One name in a folder: as typed first (the index finds it, and 8.3 aliases without regard to case),
-// then without regard to case through the folder's folded names.
+// then without regard to case through the folder's folded names. A folder whose names are known answers
+// a name typed in its case on disk from them alone; any other case may name a second entry differing in
+// case only (POSIX names), which the index tells apart.
 DWORD FindInFolder(VolumeState& state, Node& folder, const WString& name, Found& found) {
     if (name.size() > kMaxNameUnits) return ERROR_FILENAME_EXCED_RANGE;
+    const u64 record = folder.ni->mft_no;
+    FolderNames* names = nullptr;
+    auto cached = state.folded.find(record);
+    if (cached != state.folded.end()) {
+        names = &cached->second;
+        state.foldedUse[record] = ++state.foldedSearches;
+    } else {
+        if (state.searches.size() >= kFoldersCounted) state.searches.clear();
+        if (++state.searches[record] >= kSearchesBeforeReadingAll) {
+            if (DWORD error = KnownNames(state, folder, names)) return error;
+        }
+    }
+    if (names != nullptr) {
+        const auto hit = names->find(Folded(state.vol, name));
+        if (hit != names->end() && hit->second.second == name) {
+            found.reference = hit->second.first;
+            found.name = name;
+            found.known = true;
+            return ERROR_SUCCESS;
+        }
+    }
     const u64 reference = ntfs_inode_lookup_by_name(folder.ni, Units(name), static_cast<int>(name.size()));
     if (reference != static_cast<u64>(-1)) {
         found.reference = reference;
@@ -255,18 +345,14 @@ DWORD FindInFolder(VolumeState& state, Node& folder, const WString& name, Found&
         return ERROR_SUCCESS;
     }
     if (errno != ENOENT) return ErrorFromErrno(errno);
-    auto cached = state.folded.find(folder.ni->mft_no);
-    if (cached == state.folded.end()) {
-        std::vector<DirEntry> entries;
-        if (DWORD error = ReadFolder(folder, entries)) return error;
-        auto& names = state.folded[folder.ni->mft_no];
-        for (DirEntry& entry : entries) names.emplace(Folded(state.vol, entry.name), std::make_pair(entry.reference, entry.name));
-        cached = state.folded.find(folder.ni->mft_no);
+    if (names == nullptr) {
+        if (DWORD error = KnownNames(state, folder, names)) return error;
     }
-    auto hit = cached->second.find(Folded(state.vol, name));
-    if (hit == cached->second.end()) return ERROR_FILE_NOT_FOUND;
+    const auto hit = names->find(Folded(state.vol, name));
+    if (hit == names->end()) return ERROR_FILE_NOT_FOUND;
     found.reference = hit->second.first;
     found.name = hit->second.second;
+    found.known = true;
     return ERROR_SUCCESS;
 }
 
@@ -320,7 +406,7 @@ DWORD WalkPath(VolumeState& state, const WString& path, Walk& walk) {
         NodeRef next;
         if ((error = AcquireNode(state, found.reference, next))) return error;
         if (last) {
-            walk.name = LongNameIn(state, next.ni(), current.ni()->mft_no, found.name);
+            walk.name = found.known ? std::move(found.name) : LongNameIn(state, next.ni(), current.ni()->mft_no, found.name);
             walk.parent = std::move(current);
             walk.node = std::move(next);
             return ERROR_SUCCESS;
@@ -330,7 +416,47 @@ DWORD WalkPath(VolumeState& state, const WString& path, Walk& walk) {
     return ERROR_SUCCESS;
 }
 
-void ForgetFolder(VolumeState& state, const ntfs_inode* folder) { state.folded.erase(folder->mft_no); }
+void ForgetFolder(VolumeState& state, const ntfs_inode* folder) { ForgetNames(state, folder->mft_no); }
+
+// A name just added to a folder's index joins its known names.
+void RememberName(VolumeState& state, const ntfs_inode* folder, const WString& name, u64 reference) {
+    const auto cached = state.folded.find(folder->mft_no);
+    if (cached != state.folded.end() && cached->second.emplace(Folded(state.vol, name), std::make_pair(reference, name)).second) {
+        ++state.foldedNames;
+    }
+}
+
+// Writing back a record whose names changed (a new size, new times) also brings the copies of its names
+// in its folders' indexes up to date, and libntfs-3g opens each folder for that. A folder held here must
+// not get a second object: that one would read the folder as it was last written, and libntfs-3g's cache
+// would later hand it out in place of ours. So a held folder is handed over where libntfs-3g takes one,
+// held records are written back without their names around calls that open folders themselves, and the
+// copies libntfs-3g made of held records are dropped afterwards.
+int SyncRecordOnly(ntfs_inode* ni) {
+    const bool names = NInoFileNameDirty(ni);
+    NInoFileNameClearDirty(ni);
+    const int result = ntfs_inode_sync(ni);
+    if (names) NInoFileNameSetDirty(ni);
+    return result;
+}
+
+// Around a libntfs-3g call that may open folders held here.
+class HeldFoldersShown {
+public:
+    explicit HeldFoldersShown(VolumeState& state) : state_(state) {
+        for (auto& [record, node] : state_.nodes) {
+            if (node->ni != nullptr && !node->borrowed && IsFolder(node->ni)) SyncRecordOnly(node->ni);
+        }
+    }
+    ~HeldFoldersShown() {
+        for (auto& [record, node] : state_.nodes) ntfs_inode_invalidate(state_.vol, record);
+    }
+    HeldFoldersShown(const HeldFoldersShown&) = delete;
+    HeldFoldersShown& operator=(const HeldFoldersShown&) = delete;
+
+private:
+    VolumeState& state_;
+};
 
 // Removes one name of a held record. libntfs-3g closes both the record and its folder whatever happens:
 // the record leaves the cache first (so the caller's hold must be the only one), and the folder, which
@@ -340,11 +466,12 @@ DWORD RemoveName(VolumeState& state, NodeRef& node, Node& folder, const WString&
     if (!DetachNode(state, target)) return ERROR_SHARING_VIOLATION;
     node.release();
     ntfs_inode* ni = target->ni;
-    state.folded.erase(target->record);  // the record may come back as another folder
+    ForgetNames(state, target->record);  // the record may come back as another folder
     delete target;
     ForgetFolder(state, folder.ni);
     const u64 folderRecord = folder.ni->mft_no;
     DWORD result = ERROR_SUCCESS;
+    HeldFoldersShown shown(state);
     if (ntfs_delete(state.vol, nullptr, ni, folder.ni, Units(name), static_cast<u8>(name.size())) != 0) {
         result = ErrorFromErrno(errno);
     }
@@ -422,13 +549,40 @@ ntfs_inode* VolumeOwnInode(const ntfs_volume* vol, u64 record) {
     return nullptr;
 }
 
-void UnloadNode(Node& node) {
+void CloseRecord(VolumeState& state, ntfs_inode* ni) {
+    if (!NInoFileNameDirty(ni)) {
+        ntfs_inode_close(ni);
+        return;
+    }
+    ntfs_inode* heldFolder = nullptr;
+    bool otherHeldFolders = false;
+    ForEachFileName(ni, [&](const FILE_NAME_ATTR& name) {
+        const auto held = state.nodes.find(MREF_LE(name.parent_directory));
+        if (held == state.nodes.end() || held->second->ni == nullptr || held->second->ni == ni) return true;
+        if (heldFolder == nullptr) {
+            heldFolder = held->second->ni;
+        } else if (held->second->ni != heldFolder) {
+            otherHeldFolders = true;
+        }
+        return true;
+    });
+    if (heldFolder == nullptr) {
+        ntfs_inode_close(ni);
+    } else if (!otherHeldFolders) {
+        ntfs_inode_close_in_dir(ni, heldFolder);
+    } else {
+        HeldFoldersShown shown(state);
+        ntfs_inode_close_in_dir(ni, heldFolder);
+    }
+}
+
+void UnloadNode(VolumeState& state, Node& node) {
     if (node.data) {
         ntfs_attr_pclose(node.data);  // a compressed stream packs its last block here
         ntfs_attr_close(node.data);
         node.data = nullptr;
     }
-    if (node.ni && !node.borrowed) ntfs_inode_close(node.ni);
+    if (node.ni && !node.borrowed) CloseRecord(state, node.ni);
     node.ni = nullptr;
 }
 
@@ -463,7 +617,7 @@ DWORD AcquireNode(VolumeState& state, u64 reference, NodeRef& out) {
 void ReleaseNode(VolumeState& state, Node* node) {
     if (--node->holders > 0) return;
     const u64 record = node->record;
-    UnloadNode(*node);
+    UnloadNode(state, *node);
     state.nodes.erase(record);
 }
 
@@ -607,6 +761,10 @@ DWORD Volume::Mount(std::shared_ptr<VolumeState> state, std::unique_ptr<Volume>&
             default: return ERROR_FILE_CORRUPT;
         }
     }
+    // Records closed clean stay loaded in libntfs-3g's own cache, so that the next open of the same record
+    // (a lookup, then an open, then a name query) neither reads nor parses it again. The cache holds closed
+    // records only, and libntfs-3g's own opens go through it too: a record still has one object at a time.
+    ntfs_create_lru_caches(state->vol);
     // Hidden entries are listed like any other; the file system's own files are left out by us.
     ntfs_set_shown_files(state->vol, kNtfsFalse, kNtfsTrue, kNtfsFalse);
     if (!readOnly) NVolSetCompression(state->vol);
@@ -619,9 +777,13 @@ DWORD Volume::Detach() {
     VolumeState& state = *state_;
     if (!state.vol) return ERROR_SUCCESS;
     // Open files lose their records first; libntfs-3g then writes the volume back and closes the image.
-    for (auto& [record, node] : state.nodes) UnloadNode(*node);
+    for (auto& [record, node] : state.nodes) UnloadNode(state, *node);
     state.nodes.clear();
     state.folded.clear();
+    state.foldedNames = 0;
+    state.foldedUse.clear();
+    state.searches.clear();
+    state.folderPaths.clear();
     ntfs_volume* vol = state.vol;
     state.vol = nullptr;
     const DWORD result = ntfs_umount(vol, kNtfsFalse) != 0 ? ErrorFromErrno(errno) : ERROR_SUCCESS;
@@ -640,8 +802,9 @@ DWORD Volume::Sync() {
     DWORD result = ERROR_SUCCESS;
     // Records held open keep their changes in memory until they are closed; the volume's own files
     // ($MFT, its mirror, the cluster bitmap) are held for the whole attachment.
+    // Without their names' copies in the folders' indexes, which follow when each record is let go.
     for (auto& [record, node] : state.nodes) {
-        if (node->ni != nullptr && ntfs_inode_sync(node->ni) != 0) result = ErrorFromErrno(errno);
+        if (node->ni != nullptr && !node->borrowed && SyncRecordOnly(node->ni) != 0) result = ErrorFromErrno(errno);
     }
     ntfs_volume* vol = state.vol;
     for (ntfs_inode* own : {vol->mft_ni, vol->mftmirr_ni, vol->lcnbmp_ni, vol->vol_ni, vol->secure_ni}) {
@@ -725,8 +888,12 @@ DWORD CreateEntry(VolumeState& state, const WString& path, mode_t type, DWORD at
     if (walk.name.size() > kMaxNameUnits) return ERROR_FILENAME_EXCED_RANGE;
     ntfs_inode* ni = ntfs_create(walk.parent.ni(), const_cpu_to_le32(0), Units(walk.name),
                                  static_cast<u8>(walk.name.size()), type);
-    ForgetFolder(state, walk.parent.ni());
-    if (!ni) return ErrorFromErrno(errno);
+    if (!ni) {
+        const int error = errno;
+        ForgetFolder(state, walk.parent.ni());
+        return ErrorFromErrno(error);
+    }
+    RememberName(state, walk.parent.ni(), walk.name, ReferenceOf(ni));
     // New files are marked for backup, as Windows marks them.
     const DWORD settable = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
                            FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_TEMPORARY;
@@ -816,12 +983,15 @@ DWORD Volume::Move(const WString& from, const WString& to, bool replaceExisting)
         if (DWORD error = RemoveName(state, target.node, *target.parent.get(), target.name)) return error;
     }
     if (sameRecord) target.node.reset();  // a new case or a second name of the same file
+    state.folderPaths.clear();  // a folder moved takes everything below it along
     // The old name goes last, and it closes the record: only this move may hold it.
     if (source.node.get()->holders != 1) return ERROR_SHARING_VIOLATION;
     if (ntfs_link(source.node.ni(), target.parent.ni(), Units(newName), static_cast<u8>(newName.size())) != 0) {
-        return ErrorFromErrno(errno);
+        const int error = errno;
+        ForgetFolder(state, target.parent.ni());
+        return ErrorFromErrno(error);
     }
-    ForgetFolder(state, target.parent.ni());
+    RememberName(state, target.parent.ni(), newName, ReferenceOf(source.node.ni()));
     return RemoveName(state, source.node, *source.parent.get(), source.name);
 }
 
@@ -841,9 +1011,11 @@ DWORD Volume::CreateHardLink(const WString& newPath, const WString& existingPath
     if (made.name.size() > kMaxNameUnits) return ERROR_FILENAME_EXCED_RANGE;
     if (CountLinks(existing.node.ni()) >= kMaxLinks) return ERROR_TOO_MANY_LINKS;
     if (ntfs_link(existing.node.ni(), made.parent.ni(), Units(made.name), static_cast<u8>(made.name.size())) != 0) {
-        return ErrorFromErrno(errno);
+        const int error = errno;
+        ForgetFolder(state, made.parent.ni());
+        return ErrorFromErrno(error);
     }
-    ForgetFolder(state, made.parent.ni());
+    RememberName(state, made.parent.ni(), made.name, ReferenceOf(existing.node.ni()));
     return ERROR_SUCCESS;
 }
 
@@ -853,28 +1025,42 @@ DWORD PathOf(VolumeState& state, u64 fileReference, WString& path) {
     if (DWORD error = AcquireNode(state, fileReference, node)) {
         return error == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_PARAMETER : error;
     }
-    std::vector<WString> parts;
-    // Up the first long name of each record to the root; a chain longer than any real path is broken.
+    struct Part {
+        WString name;
+        u64 folder;  // the reference of the record named, when it is a folder; 0 otherwise
+    };
+    std::vector<Part> parts;
+    WString known;  // the path of the folder the climb stopped at, when it stopped short of the root
+    // Up the first long name of each record to the root, or to a folder whose path is known; a chain
+    // longer than any real path is broken.
     for (int depth = 0; node.ni()->mft_no != FILE_root; ++depth) {
         if (depth > 4096) return ERROR_FILE_CORRUPT;
         u64 parent = 0;
         WString name;
         ForEachFileName(node.ni(), [&](const FILE_NAME_ATTR& attr) {
             if (attr.file_name_type == FILE_NAME_DOS) return true;
-            parent = MREF_LE(attr.parent_directory);
+            parent = le64_to_cpu(attr.parent_directory);
             name = NameOf(attr);
             return false;
         });
         if (name.empty()) return ERROR_FILE_CORRUPT;
-        parts.push_back(std::move(name));
+        parts.push_back({std::move(name), IsFolder(node.ni()) ? ReferenceOf(node.ni()) : 0});
+        // A folder's reference changes with its record's sequence number when the record is reused.
+        const auto cached = state.folderPaths.find(MREF(parent));
+        if (cached != state.folderPaths.end() && cached->second.first == parent) {
+            known = cached->second.second;
+            break;
+        }
         NodeRef up;
-        if (AcquireNode(state, parent, up)) return ERROR_FILE_CORRUPT;
+        if (AcquireNode(state, MREF(parent), up)) return ERROR_FILE_CORRUPT;
         node = std::move(up);
     }
-    path.clear();
+    if (state.folderPaths.size() + parts.size() > kFolderPathsKept) state.folderPaths.clear();
+    path = std::move(known);
     for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
         path.push_back(kSeparator);
-        path += *it;
+        path += it->name;
+        if (it->folder != 0) state.folderPaths[MREF(it->folder)] = {it->folder, path};
     }
     if (path.empty()) path.assign(1, kSeparator);
     return ERROR_SUCCESS;

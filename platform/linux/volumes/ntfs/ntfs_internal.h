@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ntfs_block_cache.h"
 #include "ntfs_engine.h"
 
 namespace vlx::ntfs {
@@ -37,6 +38,8 @@ struct ImageDevice {
     std::shared_ptr<ByteSource> source;
     // The shadow copies of a live volume, told of each write before it is made.
     std::vector<std::weak_ptr<WriteObserver>> observers;
+    // Every read of the volume's bytes goes through it, every write through it to the image.
+    BlockCache cache;
 };
 
 // One loaded record. Nothing else in the engine calls ntfs_inode_open, so one record has one inode
@@ -54,9 +57,19 @@ struct VolumeState {
     ImageDevice device;
     bool readOnly = true;
     std::unordered_map<u64, std::unique_ptr<Node>> nodes;  // by record number
-    // Per folder record: the folded long names of its entries, built when a name is not found as typed
-    // and dropped whenever the folder changes.
+    // Per folder record: the folded long names of its entries with their references and names on disk,
+    // read when a name is not found as typed or the folder has been searched often, added to as names are
+    // added and dropped when one goes; those of the least recently searched folders go when too many names
+    // are held.
     std::unordered_map<u64, std::unordered_map<std::u16string, std::pair<u64, std::u16string>>> folded;
+    std::unordered_map<u64, u64> foldedUse;  // per folder in folded: the search count when last searched
+    u64 foldedSearches = 0;
+    size_t foldedNames = 0;                  // names in folded, all folders together
+    // Per folder record: its reference (sequence number and all) and its volume-relative path, as the
+    // name queries found it; let go whenever a folder moves.
+    std::unordered_map<u64, std::pair<u64, WString>> folderPaths;
+    // Per folder record whose names are not read: searches since it last changed.
+    std::unordered_map<u64, unsigned> searches;
 };
 
 // A counted hold on a loaded record, released when it goes out of scope.
@@ -92,6 +105,8 @@ void ReleaseNode(VolumeState& state, Node* node);
 // Takes a record out of the cache without closing it, for the libntfs-3g calls that close it themselves.
 // False when someone else still holds it.
 bool DetachNode(VolumeState& state, Node* node);
+// Lets go of what the lookups keep of a folder's names, when a name in it goes or it changes otherwise.
+void ForgetNames(VolumeState& state, u64 folderRecord);
 // Opens the unnamed data stream of a held record once; the last libntfs-3g error becomes the result.
 DWORD OpenData(Node& node);
 

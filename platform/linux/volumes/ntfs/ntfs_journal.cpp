@@ -91,7 +91,7 @@ DWORD Volume::CreateUsnJournal(ULONGLONG maximumSize, ULONGLONG allocationDelta)
     if (DWORD error = AcquireNode(state, FILE_Extend, extend)) return error;
     ntfs_inode* ni = ntfs_create(extend.ni(), const_cpu_to_le32(0), Units(kJournalName),
                                  static_cast<u8>(kJournalName.size()), S_IFREG);
-    state.folded.erase(FILE_Extend);
+    ForgetNames(state, FILE_Extend);
     if (!ni) return ErrorFromErrno(errno);
     // The journal has only its two named streams; its id is the time it was made, as Windows makes it.
     const JournalParameters parameters{cpu_to_le64(maximumSize), cpu_to_le64(allocationDelta),
