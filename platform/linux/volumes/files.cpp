@@ -63,7 +63,7 @@ auto OnHandle(HANDLE handle, Call&& call) -> decltype(call(std::declval<OpenObje
 
 VolumeKind& KindOfPath(LPCWSTR path) {
     // The image table knows its letters and names; every other drive letter is a host folder's.
-    return ResolveImagePath(path).volume ? ImageVolumeKind() : HostFolderKind();
+    return OnImageVolume(path) ? ImageVolumeKind() : HostFolderKind();
 }
 
 // ---- Opening and the handle calls

@@ -97,10 +97,14 @@ bool AssignLetter(const std::shared_ptr<ImageVolume>& volume, WCHAR letter) {
     return true;
 }
 
-ImagePath ResolveImagePath(LPCWSTR path) {
-    ImagePath out;
-    if (path == nullptr) return out;
-    WString text = path;
+namespace {
+
+// The image volume a path lies on, with the path made full and the text after the volume's name; null
+// (the last error untouched) when the path is on no image volume.
+std::shared_ptr<ImageVolume> VolumeOfPath(LPCWSTR path, WString& text, WString& rest) {
+    std::shared_ptr<ImageVolume> volume;
+    if (path == nullptr) return volume;
+    text = path;
     // A path relative to the current folder (or to a drive's) reaches an image volume when that folder lies
     // on one: it is made full first, as Windows does before anything else, leaving the last error alone.
     const bool qualified = (text.size() >= 3 && IsDriveLetter(text[0]) && text[1] == ':' && IsSeparator(text[2])) ||
@@ -110,31 +114,46 @@ ImagePath ResolveImagePath(LPCWSTR path) {
         WString full;
         const bool made = FullWin32Path(path, full);
         SetLastErrorCode(kept);
-        if (!made) return out;
+        if (!made) return volume;
         text = full;
     }
-    WString rest;
     static const WString kVolumePrefix = _T("\\\\?\\Volume{");
     static const WString kDevicesPrefix = _T("\\\\?\\GLOBALROOT\\Device\\");
     if (text.size() >= 2 && IsDriveLetter(text[0]) && text[1] == ':') {
-        out.volume = VolumeByLetter(text[0]);
+        volume = VolumeByLetter(text[0]);
         rest = text.substr(2);
     } else if (text.size() >= 4 && text.compare(0, 4, _T("\\\\?\\")) == 0 && text.size() >= 6 && IsDriveLetter(text[4]) &&
                text[5] == ':') {
-        out.volume = VolumeByLetter(text[4]);
+        volume = VolumeByLetter(text[4]);
         rest = text.substr(6);
     } else if (text.size() > kVolumePrefix.size() && WStrICmp(text.substr(0, kVolumePrefix.size()).c_str(), kVolumePrefix.c_str()) == 0) {
         const size_t close = text.find('}');
-        if (close == WString::npos) return out;
-        out.volume = VolumeByName(text.substr(0, close + 1));
+        if (close == WString::npos) return volume;
+        volume = VolumeByName(text.substr(0, close + 1));
         rest = text.substr(close + 1);
     } else if (text.size() > kDevicesPrefix.size() &&
                WStrICmp(text.substr(0, kDevicesPrefix.size()).c_str(), kDevicesPrefix.c_str()) == 0) {
         // Shadow copies are the only devices of the object namespace that hold files here.
         const size_t end = std::min(text.find_first_of(_T("\\/"), kDevicesPrefix.size()), text.size());
-        out.volume = ShadowCopyVolume(text.substr(0, end));
+        volume = ShadowCopyVolume(text.substr(0, end));
         rest = text.substr(end);
     }
+    return volume;
+}
+
+}  // namespace
+
+bool OnImageVolume(LPCWSTR path) {
+    // Most paths start with a drive letter: its volume settles it without copying the path.
+    if (path != nullptr && IsDriveLetter(path[0]) && path[1] == ':' && IsSeparator(path[2])) return VolumeByLetter(path[0]) != nullptr;
+    WString text, rest;
+    return VolumeOfPath(path, text, rest) != nullptr;
+}
+
+ImagePath ResolveImagePath(LPCWSTR path) {
+    ImagePath out;
+    WString text, rest;
+    out.volume = VolumeOfPath(path, text, rest);
     if (!out.volume) return out;
     const bool longForm = text.compare(0, 4, _T("\\\\?\\")) == 0;
     if (!longForm && text.size() >= MAX_PATH) {

@@ -60,5 +60,7 @@ struct ImagePath {
     bool hasWildcard = false;        // the last component holds * or ?
 };
 ImagePath ResolveImagePath(LPCWSTR path);
+// Whether a path lies on an image volume, as ResolveImagePath would find, without taking the rest apart.
+bool OnImageVolume(LPCWSTR path);
 
 }  // namespace vlx
