@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 
 #include "../../platform/api_patch.h"
@@ -35,9 +36,17 @@ Function Entry(HMODULE library, LPCSTR name) {
     return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(sys().GetProcAddress(library, name)));
 }
 
+struct Found {
+    DWORD attributes;
+    uint64_t size;
+    std::string name;
+    FILETIME written;
+};
+
 struct Heard {
     std::vector<DWORD> percents;
     std::vector<std::string> paths;
+    std::map<std::string, Found> found;  // what WIM_MSG_FILEINFO told of each path
     DWORD answer = WIM_MSG_SUCCESS;
     std::string skip;  // a path whose WIM_MSG_PROCESS is answered with FALSE
 };
@@ -48,6 +57,11 @@ DWORD CALLBACK Listen(DWORD message, WPARAM wParam, LPARAM lParam, PVOID userDat
     if (message == WIM_MSG_PROCESS || message == WIM_MSG_FILEINFO) {
         const std::string path = U(reinterpret_cast<LPCWSTR>(wParam));
         heard->paths.push_back(path);
+        if (message == WIM_MSG_FILEINFO) {
+            const auto& data = *reinterpret_cast<const WIN32_FIND_DATAW*>(lParam);
+            heard->found[path] = {data.dwFileAttributes, (uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow,
+                                  U(data.cFileName), data.ftLastWriteTime};
+        }
         if (message == WIM_MSG_PROCESS && path == heard->skip) *reinterpret_cast<BOOL*>(lParam) = FALSE;
     }
     return heard->answer;
@@ -202,6 +216,60 @@ TEST_F(WimImages, MessagesNameEveryEntryByItsWindowsPathAndProgressRisesToAHundr
     close(image);
     close(file);
     sys().FreeLibrary(library);
+}
+
+// Paths are made in one buffer reused from entry to entry: a long name must not leave its tail on the
+// shorter one after it, and a drive's root must not double its separator.
+TEST_F(WimImages, MessagesAtADriveRootCarryEachEntrysOwnPathAndFindData) {
+    MakeTree("src");
+    WriteFile("src/a-much-longer-name-than-the-next.txt", "x");
+    ASSERT_TRUE(vlx::MapDrive('Q', Host("src")));
+    MakeFolder("out");
+    ASSERT_TRUE(vlx::MapDrive('R', Host("out")));
+    const HMODULE library = sys().LoadLibraryW(_T("wimgapi.dll"));
+    const auto create = Entry<WIMCreateFileFunction>(library, "WIMCreateFile");
+    const auto registerCallback = Entry<WIMRegisterMessageCallbackFunction>(library, "WIMRegisterMessageCallback");
+    const auto capture = Entry<WIMCaptureImageFunction>(library, "WIMCaptureImage");
+    const auto apply = Entry<WIMApplyImageFunction>(library, "WIMApplyImage");
+    const auto close = Entry<WIMCloseHandleFunction>(library, "WIMCloseHandle");
+    const std::set<std::string> entries = {"a.txt", "sub", "sub\\深い", "sub\\深い\\データ.bin", "hidden.ini", "readonly.txt",
+                                           "empty", "sub\\link.txt", "a-much-longer-name-than-the-next.txt"};
+    const auto under = [&](const std::string& root) {
+        std::set<std::string> paths;
+        for (const std::string& entry : entries) paths.insert(root + entry);
+        return paths;
+    };
+
+    Heard heard;
+    HANDLE file = create(Win("img.wim"), WIM_GENERIC_READ | WIM_GENERIC_WRITE, WIM_CREATE_NEW, 0, WIM_COMPRESS_XPRESS, nullptr);
+    ASSERT_NE(file, nullptr);
+    registerCallback(file, reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(Listen)), &heard);
+    HANDLE image = capture(file, _T("Q:\\"), 0);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), under("Q:\\"));
+    EXPECT_EQ(heard.paths.size(), entries.size());
+
+    heard = Heard{};
+    ASSERT_EQ(apply(image, _T("R:"), WIM_FLAG_FILEINFO), TRUE);
+    EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), under("R:\\"));
+    const Found& data = heard.found["R:\\sub\\深い\\データ.bin"];
+    EXPECT_EQ(data.name, "データ.bin");
+    EXPECT_EQ(data.size, 300003u);
+    EXPECT_EQ(data.attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    WIN32_FIND_DATAW original{};
+    const HANDLE find = sys().FindFirstFileW(Win("src\\sub\\深い\\データ.bin"), &original);
+    ASSERT_NE(find, INVALID_HANDLE_VALUE);
+    sys().FindClose(find);
+    EXPECT_EQ(data.written.dwLowDateTime, original.ftLastWriteTime.dwLowDateTime);
+    EXPECT_EQ(data.written.dwHighDateTime, original.ftLastWriteTime.dwHighDateTime);
+    EXPECT_EQ(heard.found["R:\\sub\\深い"].name, "深い");
+    EXPECT_NE(heard.found["R:\\sub\\深い"].attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_EQ(heard.found["R:\\a.txt"].size, 5u);
+    close(image);
+    close(file);
+    sys().FreeLibrary(library);
+    vlx::UnmapDrive('R');
+    vlx::UnmapDrive('Q');
 }
 
 TEST_F(WimImages, MountShowsTheImageAndUnmountWritesBackOnlyWhenAskedAndAllowed) {
