@@ -1,31 +1,41 @@
-// Image capture and apply against wimlib-imagex on the same data, in one run, for each compression type:
-// a mixed tree (10,000 small files and four large ones, 1 GiB in all) captured by CompressToWim and by
-// wimlib-imagex capture, then applied by ExtractFromWim and by wimlib-imagex apply, and the ratios of
-// their times printed. The exports run with both progress targets, so that the message callback and the
-// message pump are part of what is timed. The goal is at most 1.05 times wimlib-imagex's time.
+// Image capture and apply against wimlib-imagex on the same data, for each compression type: a mixed tree
+// (10,000 small files and four large ones, 1 GiB in all) captured by CompressToWim and by wimlib-imagex
+// capture, then applied by ExtractFromWim and by wimlib-imagex apply. Each pair runs in turns, the side
+// that starts changing every round, and the medians of its runs and their ratio are printed with the load
+// average. The exports run with both progress targets, so that the message callback and the message pump
+// are part of what is timed. The goal is at most 1.05 times wimlib-imagex's time on every row. Each row
+// also gives the medians of the processor time both spent, which a shared machine's load disturbs less.
 //
-//     velmora_wim_bench [--small-files N] [--big-mib M] [--compress none,xpress,lzx,lzms] [--dir DIR]
+//     velmora_wim_bench [--small-files N] [--big-mib M] [--compress none,xpress,lzx,lzms] [--runs N] [--dir DIR]
 //
 // The data goes under DIR (default: the system's temporary folder) and is removed afterwards. Image files
 // and applied trees are removed outside the timed part. wimlib-imagex is given --unix-data, as the
-// platform's imaging library keeps UNIX data too, so both do the same work.
+// platform's imaging library keeps UNIX data too, so both do the same work. Neither side names a thread
+// count: both compress with wimlib's default of one thread per online processor (printed at the start),
+// and both decompress on the calling thread, as wimlib always does.
 #include <benchmark/benchmark.h>
 
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <functional>
 #include <random>
-#include <sstream>
 #include <string>
+#include <vector>
 
 #include <velmora/velmora.h>
 
 #include "../platform/api.h"
 #include "../platform/linux/host.h"
-#include "ratio_reporter.h"
 #include "../platform/wimgapi.h"
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -36,6 +46,7 @@ struct Settings {
     long bigMiB = 1024 - 40;  // the small files bring the total to about 1 GiB
     std::string compressions = "none,xpress,lzx,lzms";
     std::string dir = fs::temp_directory_path();
+    long runs = 5;  // per side and pair; never fewer
 };
 Settings g_settings;
 std::string g_root;
@@ -82,60 +93,114 @@ CWnd& TextWindow() {
     return window;
 }
 
-void CaptureWithVelmora(benchmark::State& state, Compression compression) {
-    const std::string image = std::string("velmora-") + compression.name + ".wim";
+// One side of a pair: what is cleared before each run, outside the timing, the timed run itself, and
+// whose processor time it spends (the bench's own process, or the children it waits for).
+struct Side {
+    std::function<void()> clear;
+    std::function<bool()> run;
+    int cpuOf;
+};
+
+// User and system time of every thread of the process, or of its waited-for children.
+double CpuSeconds(int who) {
+    struct rusage usage {};
+    getrusage(who, &usage);
+    const auto seconds = [](const struct timeval& time) { return static_cast<double>(time.tv_sec) + time.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double LoadAverage() {
+    double load[1] = {0};
+    return getloadavg(load, 1) == 1 ? load[0] : -1;
+}
+
+struct Row {
+    std::string what;
+    double ours = 0, theirs = 0, oursCpu = 0, theirsCpu = 0, load = 0;
+};
+std::vector<Row> g_rows;  // in the order run
+
+// The exports and wimlib-imagex in turns, the one that goes first changing each round, so that neither
+// always finds the cache the other warmed or the machine the other loaded; the medians are what count.
+void RunPair(benchmark::State& state, const std::string& what, const Side& ours, const Side& theirs) {
     for (auto _ : state) {
-        state.PauseTiming();
-        Remove(image);
-        state.ResumeTiming();
-        DWORD percent = 0;
-        if (!CompressToWim(OnB(image), OnB("src"), _T(""), compression.type, &percent, &TextWindow()) || percent != 100)
-            state.SkipWithError("CompressToWim failed");
+        std::vector<double> oursSeconds, theirsSeconds, oursCpu, theirsCpu;
+        for (long round = 0; round < g_settings.runs; ++round) {
+            for (int turn = 0; turn < 2; ++turn) {
+                const bool oursNow = (turn == 0) == (round % 2 == 0);
+                const Side& side = oursNow ? ours : theirs;
+                side.clear();
+                const double cpuBefore = CpuSeconds(side.cpuOf);
+                const auto started = std::chrono::steady_clock::now();
+                if (!side.run()) {
+                    state.SkipWithError((what + (oursNow ? ": the exports failed" : ": wimlib-imagex failed")).c_str());
+                    return;
+                }
+                const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+                (oursNow ? oursSeconds : theirsSeconds).push_back(took.count());
+                (oursNow ? oursCpu : theirsCpu).push_back(CpuSeconds(side.cpuOf) - cpuBefore);
+            }
+        }
+        const Row row{what, Median(oursSeconds), Median(theirsSeconds), Median(oursCpu), Median(theirsCpu), LoadAverage()};
+        state.SetIterationTime(row.ours);
+        state.counters["exports_s"] = row.ours;
+        state.counters["wimlib_s"] = row.theirs;
+        state.counters["ratio"] = row.ours / row.theirs;
+        state.counters["cpu_ratio"] = row.oursCpu / row.theirsCpu;
+        state.counters["load"] = row.load;
+        g_rows.push_back(row);
     }
 }
 
-void CaptureWithWimlib(benchmark::State& state, Compression compression) {
-    const std::string image = g_root + "/wimlib-" + compression.name + ".wim";
-    const std::string command = "wimlib-imagex capture '" + g_root + "/src' '" + image + "' --compress=" + compression.name +
-                                " --unix-data >/dev/null 2>&1";
-    for (auto _ : state) {
-        state.PauseTiming();
-        fs::remove(image);
-        state.ResumeTiming();
-        if (std::system(command.c_str()) != 0) state.SkipWithError("wimlib-imagex capture failed");
-    }
+bool Shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+
+void Capture(benchmark::State& state, Compression compression) {
+    const std::string ours = std::string("velmora-") + compression.name + ".wim";
+    const std::string theirs = std::string("wimlib-") + compression.name + ".wim";
+    const Side exports{[=] { Remove(ours); },
+                       [=] {
+                           DWORD percent = 0;
+                           return CompressToWim(OnB(ours), OnB("src"), _T(""), compression.type, &percent, &TextWindow()) &&
+                                  percent == 100;
+                       },
+                       RUSAGE_SELF};
+    // Its last image stays for the applies of this compression.
+    const Side imagex{[=] { Remove(theirs); },
+                      [=] {
+                          return Shell("wimlib-imagex capture '" + g_root + "/src' '" + g_root + "/" + theirs +
+                                       "' --compress=" + compression.name + " --unix-data");
+                      },
+                      RUSAGE_CHILDREN};
+    RunPair(state, std::string("capture/") + compression.name, exports, imagex);
+    Remove(ours);
 }
 
 // Both apply the image wimlib-imagex made, so that they read the same file.
-void ApplyWithVelmora(benchmark::State& state, Compression compression) {
+void Apply(benchmark::State& state, Compression compression) {
     const std::string image = std::string("wimlib-") + compression.name + ".wim";
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("out-velmora");
-        state.ResumeTiming();
-        DWORD percent = 0;
-        if (!ExtractFromWim(OnB(image), OnB("out-velmora"), _T(""), 1, &percent, &TextWindow()) || percent != 100)
-            state.SkipWithError("ExtractFromWim failed");
-    }
+    const Side exports{[] { Remove("out-velmora"); },
+                       [=] {
+                           DWORD percent = 0;
+                           return ExtractFromWim(OnB(image), OnB("out-velmora"), _T(""), 1, &percent, &TextWindow()) &&
+                                  percent == 100;
+                       },
+                       RUSAGE_SELF};
+    const Side imagex{[] { Remove("out-wimlib"); },
+                      [=] {
+                          return Shell("wimlib-imagex apply '" + g_root + "/" + image + "' 1 '" + g_root +
+                                       "/out-wimlib' --unix-data");
+                      },
+                      RUSAGE_CHILDREN};
+    RunPair(state, std::string("apply/") + compression.name, exports, imagex);
     Remove("out-velmora");
-}
-
-void ApplyWithWimlib(benchmark::State& state, Compression compression) {
-    const std::string command = "wimlib-imagex apply '" + g_root + "/wimlib-" + compression.name + ".wim' 1 '" + g_root +
-                                "/out-wimlib' --unix-data >/dev/null 2>&1";
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("out-wimlib");
-        state.ResumeTiming();
-        if (std::system(command.c_str()) != 0) state.SkipWithError("wimlib-imagex apply failed");
-    }
     Remove("out-wimlib");
-}
-
-void PrintRatio(const RatioReporter& reporter, const std::string& what, const std::string& ours, const std::string& theirs) {
-    const double a = reporter.Seconds(ours), b = reporter.Seconds(theirs);
-    if (a <= 0 || b <= 0) return;
-    std::printf("%-14s exports %8.3f s   wimlib-imagex %8.3f s   ratio %.3f (goal <= 1.05)\n", what.c_str(), a, b, a / b);
+    Remove(image);
 }
 
 }  // namespace
@@ -148,6 +213,7 @@ int main(int argc, char** argv) {
         else if (arg == "--big-mib" && i + 1 < argc) g_settings.bigMiB = std::atol(argv[++i]);
         else if (arg == "--compress" && i + 1 < argc) g_settings.compressions = argv[++i];
         else if (arg == "--dir" && i + 1 < argc) g_settings.dir = argv[++i];
+        else if (arg == "--runs" && i + 1 < argc) g_settings.runs = std::max(5L, std::atol(argv[++i]));
         else rest.push_back(argv[i]);
     }
     int restCount = static_cast<int>(rest.size());
@@ -161,32 +227,26 @@ int main(int argc, char** argv) {
     MakeData();
     vlx::MapDrive('B', g_root);
 
-    struct Pair {
-        std::string what, ours, theirs;
-    };
-    std::vector<Pair> pairs;  // in the order printed
+    std::printf("compressor threads: wimlib's default on both sides, one per online processor (%ld here)\n",
+                sysconf(_SC_NPROCESSORS_ONLN));
     for (const Compression& compression : kCompressions) {
         if (("," + g_settings.compressions + ",").find(std::string(",") + compression.name + ",") == std::string::npos) continue;
-        const std::string suffix = std::string("/") + compression.name;
-        // wimlib-imagex's capture first: its image is the one both applies read. Alternating otherwise, so
-        // that neither tool always runs on a cache the other warmed.
-        benchmark::RegisterBenchmark(("capture wimlib-imagex" + suffix).c_str(), CaptureWithWimlib, compression)
-            ->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-        benchmark::RegisterBenchmark(("capture exports" + suffix).c_str(), CaptureWithVelmora, compression)
-            ->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-        benchmark::RegisterBenchmark(("apply wimlib-imagex" + suffix).c_str(), ApplyWithWimlib, compression)
-            ->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-        benchmark::RegisterBenchmark(("apply exports" + suffix).c_str(), ApplyWithVelmora, compression)
-            ->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-        pairs.push_back({"capture" + suffix, "capture exports" + suffix, "capture wimlib-imagex" + suffix});
-        pairs.push_back({"apply" + suffix, "apply exports" + suffix, "apply wimlib-imagex" + suffix});
+        // The capture first: wimlib-imagex's image from it is the one both applies read.
+        benchmark::RegisterBenchmark((std::string("capture/") + compression.name).c_str(), Capture, compression)
+            ->Iterations(1)->Unit(benchmark::kMillisecond)->UseManualTime();
+        benchmark::RegisterBenchmark((std::string("apply/") + compression.name).c_str(), Apply, compression)
+            ->Iterations(1)->Unit(benchmark::kMillisecond)->UseManualTime();
     }
 
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    std::printf("\n");
-    for (const Pair& pair : pairs) PrintRatio(reporter, pair.what, pair.ours, pair.theirs);
+    std::printf("\nmedians of %ld alternating runs each\n", g_settings.runs);
+    for (const Row& row : g_rows) {
+        std::printf("%-14s exports %8.3f s   wimlib-imagex %8.3f s   ratio %.3f (goal <= 1.05)   "
+                    "processor time %.3f s / %.3f s = %.3f   load %.2f\n",
+                    row.what.c_str(), row.ours, row.theirs, row.ours / row.theirs, row.oursCpu, row.theirsCpu,
+                    row.oursCpu / row.theirsCpu, row.load);
+    }
 
     TextWindow().DestroyWindow();
     vlx::UnmapDrive('B');

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 
 #include "../../platform/api_patch.h"
@@ -29,15 +30,34 @@ std::pair<int, std::string> Shell(const std::string& command) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
-// The library's entry points, for the tests that speak to it directly.
-template <class Function>
-Function Entry(HMODULE library, LPCSTR name) {
-    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(sys().GetProcAddress(library, name)));
-}
+// The library's entry points, for the tests that speak to it directly; loaded for the test's length.
+struct ImagingLibrary {
+    ImagingLibrary() : module(sys().LoadLibraryW(_T("wimgapi.dll"))) {}
+    ~ImagingLibrary() { sys().FreeLibrary(module); }
+    template <class Function>
+    Function Entry(LPCSTR name) const {
+        return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(sys().GetProcAddress(module, name)));
+    }
+    HMODULE module;
+    WIMCreateFileFunction create = Entry<WIMCreateFileFunction>("WIMCreateFile");
+    WIMRegisterMessageCallbackFunction registerCallback = Entry<WIMRegisterMessageCallbackFunction>("WIMRegisterMessageCallback");
+    WIMCaptureImageFunction capture = Entry<WIMCaptureImageFunction>("WIMCaptureImage");
+    WIMLoadImageFunction load = Entry<WIMLoadImageFunction>("WIMLoadImage");
+    WIMApplyImageFunction apply = Entry<WIMApplyImageFunction>("WIMApplyImage");
+    WIMCloseHandleFunction close = Entry<WIMCloseHandleFunction>("WIMCloseHandle");
+};
+
+struct Found {
+    DWORD attributes;
+    uint64_t size;
+    std::string name;
+    FILETIME written;
+};
 
 struct Heard {
     std::vector<DWORD> percents;
     std::vector<std::string> paths;
+    std::map<std::string, Found> found;  // what WIM_MSG_FILEINFO told of each path
     DWORD answer = WIM_MSG_SUCCESS;
     std::string skip;  // a path whose WIM_MSG_PROCESS is answered with FALSE
 };
@@ -48,6 +68,11 @@ DWORD CALLBACK Listen(DWORD message, WPARAM wParam, LPARAM lParam, PVOID userDat
     if (message == WIM_MSG_PROCESS || message == WIM_MSG_FILEINFO) {
         const std::string path = U(reinterpret_cast<LPCWSTR>(wParam));
         heard->paths.push_back(path);
+        if (message == WIM_MSG_FILEINFO) {
+            const auto& data = *reinterpret_cast<const WIN32_FIND_DATAW*>(lParam);
+            heard->found[path] = {data.dwFileAttributes, (uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow,
+                                  U(data.cFileName), data.ftLastWriteTime};
+        }
         if (message == WIM_MSG_PROCESS && path == heard->skip) *reinterpret_cast<BOOL*>(lParam) = FALSE;
     }
     return heard->answer;
@@ -67,6 +92,14 @@ protected:
         sys().SetFileAttributesW(Win(top + "\\readonly.txt"), FILE_ATTRIBUTE_READONLY);
         const struct timespec times[2] = {{1000000000, 0}, {1234567890, 500}};
         utimensat(AT_FDCWD, Host(top + "/sub/深い/データ.bin").c_str(), times, 0);
+    }
+    // The Windows paths of what MakeTree makes, each after prefix.
+    static std::set<std::string> TreeEntriesUnder(const std::string& prefix) {
+        std::set<std::string> paths;
+        for (const char* entry : {"a.txt", "sub", "sub\\深い", "sub\\深い\\データ.bin", "hidden.ini", "readonly.txt", "empty",
+                                  "sub\\link.txt"})
+            paths.insert(prefix + entry);
+        return paths;
     }
     void ExpectSameTree(const std::string& from, const std::string& to) {
         auto [status, output] = Shell("diff -r '" + Host(from) + "' '" + Host(to) + "'");
@@ -153,55 +186,88 @@ TEST_F(WimImages, FailuresLeaveTheImagingLibrarysCodesAndTheCreatedFileStays) {
 
 TEST_F(WimImages, MessagesNameEveryEntryByItsWindowsPathAndProgressRisesToAHundred) {
     MakeTree("src");
-    const HMODULE library = sys().LoadLibraryW(_T("wimgapi.dll"));
-    const auto create = Entry<WIMCreateFileFunction>(library, "WIMCreateFile");
-    const auto registerCallback = Entry<WIMRegisterMessageCallbackFunction>(library, "WIMRegisterMessageCallback");
-    const auto capture = Entry<WIMCaptureImageFunction>(library, "WIMCaptureImage");
-    const auto load = Entry<WIMLoadImageFunction>(library, "WIMLoadImage");
-    const auto apply = Entry<WIMApplyImageFunction>(library, "WIMApplyImage");
-    const auto close = Entry<WIMCloseHandleFunction>(library, "WIMCloseHandle");
-    const std::set<std::string> entries = {"a.txt", "sub", "sub\\深い", "sub\\深い\\データ.bin", "hidden.ini",
-                                           "readonly.txt", "empty", "sub\\link.txt"};
-    const auto under = [&](const std::string& root) {
-        std::set<std::string> paths;
-        for (const std::string& entry : entries) paths.insert(U(Win(root)) + "\\" + entry);
-        return paths;
-    };
+    const ImagingLibrary library;
+    const auto under = [&](const std::string& root) { return TreeEntriesUnder(U(Win(root)) + "\\"); };
 
     Heard heard;
     heard.skip = U(Win("src\\hidden.ini"));
     DWORD created = 9;
-    HANDLE file = create(Win("img.wim"), WIM_GENERIC_READ | WIM_GENERIC_WRITE, WIM_OPEN_ALWAYS, 0, WIM_COMPRESS_LZX, &created);
+    HANDLE file = library.create(Win("img.wim"), WIM_GENERIC_READ | WIM_GENERIC_WRITE, WIM_OPEN_ALWAYS, 0, WIM_COMPRESS_LZX, &created);
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(created, DWORD{WIM_CREATED_NEW});
-    EXPECT_EQ(registerCallback(file, reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(Listen)), &heard), 0u);
-    HANDLE image = capture(file, Win("src"), 0);
+    EXPECT_EQ(library.registerCallback(file, reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(Listen)), &heard), 0u);
+    HANDLE image = library.capture(file, Win("src"), 0);
     ASSERT_NE(image, nullptr);
     EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), under("src"));
     ASSERT_FALSE(heard.percents.empty());
     EXPECT_TRUE(std::is_sorted(heard.percents.begin(), heard.percents.end()));
     EXPECT_EQ(heard.percents.back(), 100u);
-    close(image);
+    library.close(image);
 
     heard = Heard{};
-    image = load(file, 1);
-    ASSERT_EQ(apply(image, Win("out"), WIM_FLAG_FILEINFO), TRUE);
+    image = library.load(file, 1);
+    ASSERT_EQ(library.apply(image, Win("out"), WIM_FLAG_FILEINFO), TRUE);
     std::set<std::string> applied = under("out");
     applied.erase(U(Win("out\\hidden.ini")));  // left out by the capture's answer
     EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), applied);
     EXPECT_FALSE(fs::exists(Host("out/hidden.ini")));
     EXPECT_EQ(heard.percents.back(), 100u);
-    close(image);
+    library.close(image);
 
     heard = Heard{};
     heard.answer = WIM_MSG_ABORT_IMAGE;
-    image = load(file, 1);
+    image = library.load(file, 1);
     sys().SetLastError(kJunkError);
-    EXPECT_EQ(apply(image, Win("stopped"), WIM_FLAG_FILEINFO), FALSE);
+    EXPECT_EQ(library.apply(image, Win("stopped"), WIM_FLAG_FILEINFO), FALSE);
     EXPECT_EQ(sys().GetLastError(), DWORD{ERROR_REQUEST_ABORTED});
-    close(image);
-    close(file);
-    sys().FreeLibrary(library);
+    library.close(image);
+    library.close(file);
+}
+
+// Paths are made in one buffer reused from entry to entry: a long name must not leave its tail on the
+// shorter one after it, and a drive's root must not double its separator.
+TEST_F(WimImages, MessagesAtADriveRootCarryEachEntrysOwnPathAndFindData) {
+    MakeTree("src");
+    WriteFile("src/a-much-longer-name-than-the-next.txt", "x");
+    ASSERT_TRUE(vlx::MapDrive('Q', Host("src")));
+    MakeFolder("out");
+    ASSERT_TRUE(vlx::MapDrive('R', Host("out")));
+    const ImagingLibrary library;
+    const auto under = [&](const std::string& root) {
+        std::set<std::string> paths = TreeEntriesUnder(root);
+        paths.insert(root + "a-much-longer-name-than-the-next.txt");
+        return paths;
+    };
+
+    Heard heard;
+    HANDLE file = library.create(Win("img.wim"), WIM_GENERIC_READ | WIM_GENERIC_WRITE, WIM_CREATE_NEW, 0, WIM_COMPRESS_XPRESS, nullptr);
+    ASSERT_NE(file, nullptr);
+    library.registerCallback(file, reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(Listen)), &heard);
+    HANDLE image = library.capture(file, _T("Q:\\"), 0);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), under("Q:\\"));
+    EXPECT_EQ(heard.paths.size(), under("Q:\\\\").size());
+
+    heard = Heard{};
+    ASSERT_EQ(library.apply(image, _T("R:"), WIM_FLAG_FILEINFO), TRUE);
+    EXPECT_EQ(std::set<std::string>(heard.paths.begin(), heard.paths.end()), under("R:\\"));
+    const Found& data = heard.found["R:\\sub\\深い\\データ.bin"];
+    EXPECT_EQ(data.name, "データ.bin");
+    EXPECT_EQ(data.size, 300003u);
+    EXPECT_EQ(data.attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    WIN32_FIND_DATAW original{};
+    const HANDLE find = sys().FindFirstFileW(Win("src\\sub\\深い\\データ.bin"), &original);
+    ASSERT_NE(find, INVALID_HANDLE_VALUE);
+    sys().FindClose(find);
+    EXPECT_EQ(data.written.dwLowDateTime, original.ftLastWriteTime.dwLowDateTime);
+    EXPECT_EQ(data.written.dwHighDateTime, original.ftLastWriteTime.dwHighDateTime);
+    EXPECT_EQ(heard.found["R:\\sub\\深い"].name, "深い");
+    EXPECT_NE(heard.found["R:\\sub\\深い"].attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_EQ(heard.found["R:\\a.txt"].size, 5u);
+    library.close(image);
+    library.close(file);
+    vlx::UnmapDrive('R');
+    vlx::UnmapDrive('Q');
 }
 
 TEST_F(WimImages, MountShowsTheImageAndUnmountWritesBackOnlyWhenAskedAndAllowed) {

@@ -22,12 +22,15 @@
 #include <unistd.h>
 #include <wimlib.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <mutex>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "../../wimgapi.h"
@@ -129,10 +132,11 @@ bool HostPathOf(PCWSTR path, ResolvedPath& resolved) {
 // The messages one capture or apply sends, and how the callbacks answered.
 class Messenger {
 public:
-    Messenger(const WimFile& file, WString windowsRoot, std::string hostRoot)
-        : callbacks_(file.callbacks), windowsRoot_(std::move(windowsRoot)), hostRoot_(std::move(hostRoot)),
-          started_(std::chrono::steady_clock::now()) {
-        while (windowsRoot_.size() > 3 && windowsRoot_.back() == u'\\') windowsRoot_.pop_back();
+    Messenger(const WimFile& file, WString windowsRoot)
+        : callbacks_(file.callbacks), path_(std::move(windowsRoot)), started_(std::chrono::steady_clock::now()) {
+        while (path_.size() > 3 && path_.back() == u'\\') path_.pop_back();
+        if (path_.empty() || path_.back() != u'\\') path_ += u'\\';
+        rootLength_ = path_.size();
     }
 
     bool aborted() const { return aborted_; }
@@ -159,25 +163,22 @@ public:
         Send(WIM_MSG_PROGRESS, percent, left);
     }
 
-    // The Windows path of an entry, from its host path under the operation's root or its path in the image.
-    WString WindowsPathOfHost(const std::string& hostPath) const {
-        std::string relative = hostPath.compare(0, hostRoot_.size(), hostRoot_) == 0 ? hostPath.substr(hostRoot_.size()) : hostPath;
-        return WindowsPathInImage(relative);
+    // The Windows path of an entry given by its '/'-separated UTF-8 path under the operation's root, in a
+    // buffer that the next call reuses: a message's path only lives while the callbacks hear it.
+    LPCWSTR WindowsPath(std::string_view relative) {
+        while (!relative.empty() && relative.front() == '/') relative.remove_prefix(1);
+        path_.resize(rootLength_);
+        path_ += WStrFromUtf8(std::string(relative));
+        std::replace(path_.begin() + static_cast<std::ptrdiff_t>(rootLength_), path_.end(), u'/', u'\\');
+        return path_.c_str();
     }
-    WString WindowsPathInImage(const std::string& imagePath) const {
-        WString path = windowsRoot_;
-        WString relative = WStrFromUtf8(imagePath);
-        for (WCHAR& unit : relative) {
-            if (unit == u'/') unit = u'\\';
-        }
-        if (!relative.empty() && relative.front() != u'\\') path += u'\\';
-        return path + relative;
-    }
+    // The last name of the path WindowsPath made last.
+    LPCWSTR LastName() const { return path_.c_str() + path_.find_last_of(u'\\') + 1; }
 
 private:
     std::vector<RegisteredCallback> callbacks_;
-    WString windowsRoot_;
-    std::string hostRoot_;
+    WString path_;
+    size_t rootLength_ = 0;
     std::chrono::steady_clock::time_point started_;
     DWORD percent_ = 0;
     bool aborted_ = false;
@@ -195,6 +196,11 @@ enum wimlib_progress_status ForwardProgress(enum wimlib_progress_msg message, un
     progress->handler(message, info);
     return progress->messenger->aborted() ? WIMLIB_PROGRESS_STATUS_ABORT : WIMLIB_PROGRESS_STATUS_CONTINUE;
 }
+
+// Compression runs on one thread per online processor, wimlib's own choice when given no count, which is
+// also what wimlib-imagex does unless told otherwise: an image compresses as fast here as with the tool.
+// Decompression always runs on the calling thread.
+constexpr unsigned kWimlibsThreadCount = 0;
 
 int CompressionOf(DWORD compression) {
     switch (compression) {
@@ -223,7 +229,7 @@ bool WriteEmptyWim(const std::string& hostPath, int compression) {
     int code = wimlib_create_new_wim(static_cast<enum wimlib_compression_type>(compression), &made);
     if (code != WIMLIB_ERR_SUCCESS) return FailWimlib(code, false);
     WimPointer wim(made);
-    code = wimlib_write(wim.get(), hostPath.c_str(), WIMLIB_ALL_IMAGES, 0, 0);
+    code = wimlib_write(wim.get(), hostPath.c_str(), WIMLIB_ALL_IMAGES, 0, kWimlibsThreadCount);
     if (code != WIMLIB_ERR_SUCCESS) return FailWimlib(code, false);
     return true;
 }
@@ -305,7 +311,7 @@ int ReplaceImageContents(WIMStruct* wim, int index, const std::string& hostFolde
     add.add.add_flags = WIMLIB_ADD_FLAG_UNIX_DATA;
     code = wimlib_update_image(wim, index, commands.data(), commands.size(), 0);
     if (code != WIMLIB_ERR_SUCCESS) return code;
-    return wimlib_overwrite(wim, 0, 0);
+    return wimlib_overwrite(wim, 0, kWimlibsThreadCount);
 }
 
 }  // namespace
@@ -389,14 +395,14 @@ HANDLE WINAPI WIMCaptureImage(HANDLE wim, PCWSTR path, DWORD captureFlags) {
     if (!source.exists) return Fail(ERROR_PATH_NOT_FOUND, static_cast<HANDLE>(nullptr));
     if (!S_ISDIR(source.status.st_mode)) return Fail(ERROR_DIRECTORY, static_cast<HANDLE>(nullptr));
 
-    Messenger messenger(*file, source.win32Path(), source.hostPath);
+    Messenger messenger(*file, source.win32Path());
     ProgressContext context{&messenger, [&](enum wimlib_progress_msg message, union wimlib_progress_info* info) {
         if (message == WIMLIB_PROGRESS_MSG_TEST_FILE_EXCLUSION) {
-            const std::string entry = info->test_file_exclusion.path;
+            std::string_view entry = info->test_file_exclusion.path;
             if (entry == source.hostPath) return;  // the root is the image itself
-            const WString windowsPath = messenger.WindowsPathOfHost(entry);
+            if (entry.starts_with(source.hostPath)) entry.remove_prefix(source.hostPath.size());
             BOOL process = TRUE;
-            messenger.Send(WIM_MSG_PROCESS, reinterpret_cast<WPARAM>(windowsPath.c_str()), reinterpret_cast<LPARAM>(&process));
+            messenger.Send(WIM_MSG_PROCESS, reinterpret_cast<WPARAM>(messenger.WindowsPath(entry)), reinterpret_cast<LPARAM>(&process));
             info->test_file_exclusion.will_exclude = process == FALSE;
         } else if (message == WIMLIB_PROGRESS_MSG_WRITE_STREAMS) {
             messenger.Progress(info->write_streams.completed_bytes, info->write_streams.total_bytes);
@@ -406,7 +412,7 @@ HANDLE WINAPI WIMCaptureImage(HANDLE wim, PCWSTR path, DWORD captureFlags) {
     const int flags = WIMLIB_ADD_FLAG_UNIX_DATA | (messenger.silent() ? 0 : WIMLIB_ADD_FLAG_TEST_FILE_EXCLUSION);
     int code = wimlib_add_image(file->wim.get(), source.hostPath.c_str(), nullptr, nullptr, flags);
     if (code == WIMLIB_ERR_SUCCESS) {
-        code = wimlib_overwrite(file->wim.get(), 0, 0);
+        code = wimlib_overwrite(file->wim.get(), 0, kWimlibsThreadCount);
         if (code != WIMLIB_ERR_SUCCESS) wimlib_delete_image(file->wim.get(), ImageCount(file->wim.get()));
     }
     wimlib_register_progress_function(file->wim.get(), nullptr, nullptr);
@@ -440,47 +446,48 @@ BOOL WINAPI WIMApplyImage(HANDLE imageHandle, PCWSTR path, DWORD applyFlags) {
     if (applyFlags & WIM_FLAG_NO_APPLY) return TRUE;
     WIMStruct* wim = image->file->wim.get();
 
-    // The entries to name, listed before the apply so that each can be named as its turn comes.
+    // The entries to name, listed before the apply so that each can be named as its turn comes. Only what
+    // a message needs is kept, in the image's own UTF-8: the Windows path and the find data are made as
+    // the entry is named, so that a large image's listing stays small.
     struct Entry {
-        WString path;
-        WIN32_FIND_DATAW data;
+        std::string path;
+        DWORD attributes;
+        FILETIME created, accessed, written;
+        uint64_t size;
     };
-    Messenger messenger(*image->file, target.win32Path(), target.hostPath);
+    Messenger messenger(*image->file, target.win32Path());
     std::vector<Entry> entries;
     if ((applyFlags & WIM_FLAG_FILEINFO) && !messenger.silent()) {
-        struct Listing {
-            Messenger* messenger;
-            std::vector<Entry>* entries;
-        } listing{&messenger, &entries};
         const int code = wimlib_iterate_dir_tree(
             wim, image->index, WIMLIB_WIM_ROOT_PATH, WIMLIB_ITERATE_DIR_TREE_FLAG_RECURSIVE,
-            [](const struct wimlib_dir_entry* dentry, void* context) {
-                auto* into = static_cast<Listing*>(context);
+            [](const struct wimlib_dir_entry* dentry, void* into) {
                 if (dentry->depth == 0) return 0;
-                Entry entry{into->messenger->WindowsPathInImage(dentry->full_path), {}};
-                entry.data.dwFileAttributes = dentry->attributes;
                 const auto time = [](const struct wimlib_timespec& stamp) {
                     return FileTimeFromTimespec(timespec{static_cast<time_t>(stamp.tv_sec), stamp.tv_nsec});
                 };
-                entry.data.ftCreationTime = time(dentry->creation_time);
-                entry.data.ftLastAccessTime = time(dentry->last_access_time);
-                entry.data.ftLastWriteTime = time(dentry->last_write_time);
-                const uint64_t size = dentry->streams[0].resource.uncompressed_size;
-                entry.data.nFileSizeHigh = static_cast<DWORD>(size >> 32);
-                entry.data.nFileSizeLow = static_cast<DWORD>(size);
-                const WString name = WStrFromUtf8(dentry->filename);
-                name.copy(entry.data.cFileName, std::min<size_t>(name.size(), MAX_PATH - 1));
-                into->entries->push_back(std::move(entry));
+                static_cast<std::vector<Entry>*>(into)->push_back(
+                    {dentry->full_path, dentry->attributes, time(dentry->creation_time), time(dentry->last_access_time),
+                     time(dentry->last_write_time), dentry->streams[0].resource.uncompressed_size});
                 return 0;
             },
-            &listing);
+            &entries);
         if (code != WIMLIB_ERR_SUCCESS) return FailWimlib(code, FALSE);
     }
     size_t named = 0;
+    WIN32_FIND_DATAW data;
     const auto nameUpTo = [&](size_t count) {
         for (; named < std::min(count, entries.size()) && !messenger.aborted(); ++named) {
-            messenger.Send(WIM_MSG_FILEINFO, reinterpret_cast<WPARAM>(entries[named].path.c_str()),
-                           reinterpret_cast<LPARAM>(&entries[named].data));
+            const Entry& entry = entries[named];
+            const LPCWSTR windowsPath = messenger.WindowsPath(entry.path);
+            std::memset(&data, 0, sizeof data);
+            data.dwFileAttributes = entry.attributes;
+            data.ftCreationTime = entry.created;
+            data.ftLastAccessTime = entry.accessed;
+            data.ftLastWriteTime = entry.written;
+            data.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
+            data.nFileSizeLow = static_cast<DWORD>(entry.size);
+            WStrCopy(data.cFileName, MAX_PATH, messenger.LastName());  // a name has at most 255 units
+            messenger.Send(WIM_MSG_FILEINFO, reinterpret_cast<WPARAM>(windowsPath), reinterpret_cast<LPARAM>(&data));
         }
     };
     ProgressContext context{&messenger, [&](enum wimlib_progress_msg message, union wimlib_progress_info* info) {
