@@ -36,6 +36,7 @@
 #include "../../wimgapi.h"
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "../volumes/volume.h"
 
 namespace vlx {
 
@@ -451,9 +452,7 @@ BOOL WINAPI WIMApplyImage(HANDLE imageHandle, PCWSTR path, DWORD applyFlags) {
     // the entry is named, so that a large image's listing stays small.
     struct Entry {
         std::string path;
-        DWORD attributes;
-        FILETIME created, accessed, written;
-        uint64_t size;
+        VolumeEntry facts;
     };
     Messenger messenger(*image->file, target.win32Path());
     std::vector<Entry> entries;
@@ -465,9 +464,14 @@ BOOL WINAPI WIMApplyImage(HANDLE imageHandle, PCWSTR path, DWORD applyFlags) {
                 const auto time = [](const struct wimlib_timespec& stamp) {
                     return FileTimeFromTimespec(timespec{static_cast<time_t>(stamp.tv_sec), stamp.tv_nsec});
                 };
-                static_cast<std::vector<Entry>*>(into)->push_back(
-                    {dentry->full_path, dentry->attributes, time(dentry->creation_time), time(dentry->last_access_time),
-                     time(dentry->last_write_time), dentry->streams[0].resource.uncompressed_size});
+                Entry entry;
+                entry.path = dentry->full_path;
+                entry.facts.attributes = dentry->attributes;
+                entry.facts.created = time(dentry->creation_time);
+                entry.facts.accessed = time(dentry->last_access_time);
+                entry.facts.written = time(dentry->last_write_time);
+                entry.facts.size = dentry->streams[0].resource.uncompressed_size;
+                static_cast<std::vector<Entry>*>(into)->push_back(std::move(entry));
                 return 0;
             },
             &entries);
@@ -479,14 +483,7 @@ BOOL WINAPI WIMApplyImage(HANDLE imageHandle, PCWSTR path, DWORD applyFlags) {
         for (; named < std::min(count, entries.size()) && !messenger.aborted(); ++named) {
             const Entry& entry = entries[named];
             const LPCWSTR windowsPath = messenger.WindowsPath(entry.path);
-            std::memset(&data, 0, sizeof data);
-            data.dwFileAttributes = entry.attributes;
-            data.ftCreationTime = entry.created;
-            data.ftLastAccessTime = entry.accessed;
-            data.ftLastWriteTime = entry.written;
-            data.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
-            data.nFileSizeLow = static_cast<DWORD>(entry.size);
-            WStrCopy(data.cFileName, MAX_PATH, messenger.LastName());  // a name has at most 255 units
+            FillFindData(entry.facts, messenger.LastName(), data);
             messenger.Send(WIM_MSG_FILEINFO, reinterpret_cast<WPARAM>(windowsPath), reinterpret_cast<LPARAM>(&data));
         }
     };

@@ -54,19 +54,6 @@ ULONGLONG OffsetOf(ImageFileObject& object, LPOVERLAPPED overlapped) {
     return (static_cast<ULONGLONG>(overlapped->u.s.OffsetHigh) << 32) | overlapped->u.s.Offset;
 }
 
-void FillFindData(const VolumeEntry& entry, const WString& name, WIN32_FIND_DATAW& data) {
-    std::memset(&data, 0, sizeof data);
-    data.dwFileAttributes = entry.attributes;
-    data.ftCreationTime = entry.created;
-    data.ftLastAccessTime = entry.accessed;
-    data.ftLastWriteTime = entry.written;
-    data.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
-    data.nFileSizeLow = static_cast<DWORD>(entry.size);
-    const size_t length = std::min<size_t>(name.size(), MAX_PATH - 1);
-    name.copy(data.cFileName, length);
-    data.cFileName[length] = 0;
-}
-
 // Runs one engine call on a handle's file under the engine's lock; ERROR_DEVICE_NOT_CONNECTED once the
 // disk is detached.
 template <class Body>
@@ -139,6 +126,19 @@ public:
 };
 
 }  // namespace
+
+void FillFindData(const VolumeEntry& entry, const WString& name, WIN32_FIND_DATAW& data) {
+    std::memset(&data, 0, sizeof data);
+    data.dwFileAttributes = entry.attributes;
+    data.ftCreationTime = entry.created;
+    data.ftLastAccessTime = entry.accessed;
+    data.ftLastWriteTime = entry.written;
+    data.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
+    data.nFileSizeLow = static_cast<DWORD>(entry.size);
+    const size_t length = std::min<size_t>(name.size(), MAX_PATH - 1);
+    name.copy(data.cFileName, length);
+    data.cFileName[length] = 0;
+}
 
 ImageFileObject::~ImageFileObject() {
     if (registered) UnregisterOpen(&record);

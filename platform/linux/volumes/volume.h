@@ -27,6 +27,9 @@ struct VolumeEntry {
     DWORD links = 1;              // names of the file
 };
 
+// The find data of an entry under the name given (cut to what cFileName holds).
+void FillFindData(const VolumeEntry& entry, const WString& name, WIN32_FIND_DATAW& data);
+
 // A volume-relative path: the components below the root, without separators. Empty names the root.
 using VolumePath = std::vector<WString>;
 
