@@ -24,12 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Settings {
-    long smallFiles = 100000;
-    long bigMiB = 1024;
-    std::string dir = fs::temp_directory_path();
-};
-Settings g_settings;
+TreeBenchOptions g_settings{100000, 1024};
 std::string g_root;
 
 void MakeData() {
@@ -72,19 +67,7 @@ BenchSide CopyWithCp(const std::string& source) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int rounds = 5;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (arg == "--small-files" && hasValue) g_settings.smallFiles = std::atol(argv[++i]);
-        else if (arg == "--big-mib" && hasValue) g_settings.bigMiB = std::atol(argv[++i]);
-        else if (arg == "--rounds" && hasValue) rounds = std::atoi(argv[++i]);
-        else if (arg == "--dir" && hasValue) g_settings.dir = argv[++i];
-        else {
-            std::fprintf(stderr, "usage: copy_bench [--small-files N] [--big-mib M] [--rounds R] [--dir DIR]\n");
-            return 2;
-        }
-    }
+    if (!ParseTreeBenchOptions(argc, argv, "copy_bench", g_settings)) return 2;
     g_root = MakeBenchRoot(g_settings.dir, "copy");
     if (g_root.empty()) return 1;
     std::printf("making %ld small files and a %ld MiB file under %s\n", g_settings.smallFiles, g_settings.bigMiB, g_root.c_str());
@@ -94,8 +77,8 @@ int main(int argc, char** argv) {
 
     const std::string small = std::to_string(g_settings.smallFiles) + " small files";
     const std::string big = std::to_string(g_settings.bigMiB) + " MiB file";
-    ComparePair("copy, " + small, CopyWithVelmora("small"), CopyWithCp("small"), rounds, 1.1);
-    ComparePair("copy, " + big, CopyWithVelmora("big"), CopyWithCp("big"), rounds, 1.1);
+    ComparePair("copy, " + small, CopyWithVelmora("small"), CopyWithCp("small"), g_settings.rounds, 1.1);
+    ComparePair("copy, " + big, CopyWithVelmora("big"), CopyWithCp("big"), g_settings.rounds, 1.1);
     RemoveTarget("out-velmora");
     RemoveTarget("out-cp");
 

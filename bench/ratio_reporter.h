@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -46,6 +48,32 @@ inline std::string MakeBenchRoot(const std::string& dir, const std::string& name
         return {};
     }
     return pattern;
+}
+
+// The options of the benchmarks that make a tree of small files and large ones beside it:
+//     PROGRAM [--small-files N] [--big-mib M] [--rounds R] [--dir DIR]
+struct TreeBenchOptions {
+    long smallFiles;
+    long bigMiB;
+    int rounds = 5;
+    std::string dir = std::filesystem::temp_directory_path().string();
+};
+
+// False, with the usage printed, on an option it does not know.
+inline bool ParseTreeBenchOptions(int argc, char** argv, const char* program, TreeBenchOptions& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--small-files" && hasValue) options.smallFiles = std::atol(argv[++i]);
+        else if (arg == "--big-mib" && hasValue) options.bigMiB = std::atol(argv[++i]);
+        else if (arg == "--rounds" && hasValue) options.rounds = std::atoi(argv[++i]);
+        else if (arg == "--dir" && hasValue) options.dir = argv[++i];
+        else {
+            std::fprintf(stderr, "usage: %s [--small-files N] [--big-mib M] [--rounds R] [--dir DIR]\n", program);
+            return false;
+        }
+    }
+    return true;
 }
 
 // ---- Standard tools as child processes

@@ -25,12 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Settings {
-    long smallFiles = 10000;
-    long bigMiB = 1024;  // the whole tree; the large files get what the small ones leave
-    std::string dir = fs::temp_directory_path();
-};
-Settings g_settings;
+TreeBenchOptions g_settings{10000, 1024};  // bigMiB: the whole tree; the large files get what the small ones leave
 std::string g_root;
 
 // Text-like small files and large files of mixed runs and noise, so that deflate has work of both kinds.
@@ -100,19 +95,7 @@ BenchSide ExtractWithUnzip() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int rounds = 5;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (arg == "--small-files" && hasValue) g_settings.smallFiles = std::atol(argv[++i]);
-        else if (arg == "--big-mib" && hasValue) g_settings.bigMiB = std::atol(argv[++i]);
-        else if (arg == "--rounds" && hasValue) rounds = std::atoi(argv[++i]);
-        else if (arg == "--dir" && hasValue) g_settings.dir = argv[++i];
-        else {
-            std::fprintf(stderr, "usage: zip_bench [--small-files N] [--big-mib M] [--rounds R] [--dir DIR]\n");
-            return 2;
-        }
-    }
+    if (!ParseTreeBenchOptions(argc, argv, "zip_bench", g_settings)) return 2;
     g_root = MakeBenchRoot(g_settings.dir, "zip");
     if (g_root.empty()) return 1;
     std::printf("making %ld small files and four large ones, %ld MiB in all, under %s\n", g_settings.smallFiles, g_settings.bigMiB,
@@ -121,8 +104,8 @@ int main(int argc, char** argv) {
     MakeData();
     vlx::MapDrive('B', g_root);
 
-    const PairTimes compressed = ComparePair("zip, compress", CompressWithVelmora(), CompressWithZip(), rounds, 1.2);
-    if (compressed.Valid()) ComparePair("zip, extract", ExtractWithVelmora(), ExtractWithUnzip(), rounds, 1.2);
+    const PairTimes compressed = ComparePair("zip, compress", CompressWithVelmora(), CompressWithZip(), g_settings.rounds, 1.2);
+    if (compressed.Valid()) ComparePair("zip, extract", ExtractWithVelmora(), ExtractWithUnzip(), g_settings.rounds, 1.2);
     std::printf("archive sizes: CompressToZip %llu bytes, zip -r -6 %llu bytes\n",
                 static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "velmora.zip") ? fs::file_size(fs::path(g_root) / "velmora.zip") : 0),
                 static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "zip.zip") ? fs::file_size(fs::path(g_root) / "zip.zip") : 0));
