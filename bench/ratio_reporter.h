@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -129,9 +130,25 @@ struct BenchSide {
 struct PairTimes {
     double ours = 0;    // median seconds of our rounds; 0 when a round failed
     double anchor = 0;  // the same for the standard tool
+    // Median processor seconds (user and system, of this process and the tools it waited for), which a
+    // busy machine disturbs less than the time on the clock.
+    double oursCpu = 0, anchorCpu = 0;
     bool Valid() const { return ours > 0 && anchor > 0; }
     double Ratio() const { return Valid() ? ours / anchor : 0; }
+    double CpuRatio() const { return Valid() && anchorCpu > 0 ? oursCpu / anchorCpu : 0; }
 };
+
+// Processor seconds used so far by this process and by the children it has waited for.
+inline double ProcessorSeconds() {
+    double seconds = 0;
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage usage{};
+        getrusage(who, &usage);
+        for (const timeval& time : {usage.ru_utime, usage.ru_stime})
+            seconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    }
+    return seconds;
+}
 
 inline double MedianOf(std::vector<double> values) {
     if (values.empty()) return 0;
@@ -145,21 +162,23 @@ inline double MedianOf(std::vector<double> values) {
 // that one slow round cannot move.
 inline PairTimes RunPair(const BenchSide& ours, const BenchSide& anchor, int rounds) {
     rounds = std::max(rounds, 5);
-    std::vector<double> oursSeconds, anchorSeconds;
+    std::vector<double> seconds[2], processor[2];
     for (int round = 0; round < rounds; ++round) {
-        for (const BenchSide* side : {&ours, &anchor}) {
-            side->prepare();
+        for (const int side : {0, 1}) {
+            const BenchSide& running = side == 0 ? ours : anchor;
+            running.prepare();
+            const double processorBefore = ProcessorSeconds();
             const auto start = std::chrono::steady_clock::now();
-            const bool done = side->round();
-            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            const bool done = running.round();
+            seconds[side].push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            processor[side].push_back(ProcessorSeconds() - processorBefore);
             if (!done) {
-                std::fprintf(stderr, "%s failed in round %d\n", side->name.c_str(), round + 1);
+                std::fprintf(stderr, "%s failed in round %d\n", running.name.c_str(), round + 1);
                 return {};
             }
-            (side == &ours ? oursSeconds : anchorSeconds).push_back(seconds);
         }
     }
-    return {MedianOf(oursSeconds), MedianOf(anchorSeconds)};
+    return {MedianOf(seconds[0]), MedianOf(seconds[1]), MedianOf(processor[0]), MedianOf(processor[1])};
 }
 
 // The one-minute load average, to read beside a figure taken on a shared machine.
@@ -173,8 +192,9 @@ inline void PrintPair(const std::string& what, const BenchSide& ours, const Benc
     if (!times.Valid()) {
         std::printf("%-34s no figure: a round failed\n", what.c_str());
     } else {
-        std::printf("%-34s %-22s %8.3f s   %-22s %8.3f s   ratio %5.2f (goal <= %.2f)   load %.2f\n", what.c_str(),
-                    ours.name.c_str(), times.ours, anchor.name.c_str(), times.anchor, times.Ratio(), goal, LoadAverage());
+        std::printf("%-34s %-22s %8.3f s   %-22s %8.3f s   ratio %5.2f (goal <= %.2f)   processor ratio %5.2f   load %.2f\n",
+                    what.c_str(), ours.name.c_str(), times.ours, anchor.name.c_str(), times.anchor, times.Ratio(), goal,
+                    times.CpuRatio(), LoadAverage());
     }
     std::fflush(stdout);
 }
