@@ -1,14 +1,12 @@
 // Zip through the shell exports against zip -r -6 and unzip on the same data, in one run: a mixed tree of
 // 10,000 small files and four large ones (1 GiB in all), compressed by CompressToZip (silent) and by
-// zip -r -6, then extracted by ExtractFromZip and by unzip, and the ratios of their times. The goal is at
-// most 1.2 times the standard tool's time.
+// zip -r -6, then extracted by ExtractFromZip and by unzip, each pair taken in turn, and the ratios of their
+// median times. The goal is at most 1.2 times the standard tool's time.
 //
-//     zip_bench [--small-files N] [--big-mib M] [--dir DIR]
+//     zip_bench [--small-files N] [--big-mib M] [--rounds R] [--dir DIR]
 //
 // The export's own waits are kept out of its time: its pauses wait for the shell's thread instead of the
 // clock, so what is measured is the compression itself. Outputs are removed outside the timed part.
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -27,12 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Settings {
-    long smallFiles = 10000;
-    long bigMiB = 1024;  // the whole tree; the large files get what the small ones leave
-    std::string dir = fs::temp_directory_path();
-};
-Settings g_settings;
+TreeBenchOptions g_settings{10000, 1024};  // bigMiB: the whole tree; the large files get what the small ones leave
 std::string g_root;
 
 // Text-like small files and large files of mixed runs and noise, so that deflate has work of both kinds.
@@ -72,70 +65,37 @@ int Shell(const std::string& command) {
     return std::system(line.c_str());
 }
 
-void CompressWithVelmora(benchmark::State& state) {
-    ApiPatch<&Win32Api::Sleep> pause([](DWORD) { vlx::WaitForShellCopies(); });
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("velmora.zip");
-        state.ResumeTiming();
-        int code = 0;
-        if (!CompressToZip(_T("B:\\tree"), _T("B:\\velmora.zip"), 1, &code)) {
-            std::string message = "CompressToZip detail code ";
-            message.append(std::to_string(code));
-            state.SkipWithError(message.c_str());
-        }
-    }
+// The export's pauses wait for the shell's thread instead of the clock while a round runs.
+BenchSide CompressWithVelmora() {
+    return {"CompressToZip",
+            [] {
+                ApiPatch<&Win32Api::Sleep> pause([](DWORD) { vlx::WaitForShellCopies(); });
+                int code = 0;
+                if (CompressToZip(_T("B:\\tree"), _T("B:\\velmora.zip"), 1, &code)) return true;
+                std::fprintf(stderr, "CompressToZip detail code %d\n", code);
+                return false;
+            },
+            [] { Remove("velmora.zip"); }};
 }
 
-void CompressWithZip(benchmark::State& state) {
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("zip.zip");
-        state.ResumeTiming();
-        if (Shell("zip -qr -6 zip.zip tree") != 0) state.SkipWithError("zip failed");
-    }
+BenchSide CompressWithZip() {
+    return {"zip -r -6", [] { return Shell("zip -qr -6 zip.zip tree") == 0; }, [] { Remove("zip.zip"); }};
 }
 
-void ExtractWithVelmora(benchmark::State& state) {
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("out-velmora");
-        state.ResumeTiming();
-        if (!ExtractFromZip(_T("B:\\zip.zip"), _T("B:\\out-velmora"), 1)) state.SkipWithError("ExtractFromZip failed");
-    }
-    Remove("out-velmora");
+// Both extract the archive zip made, which the compression rounds leave behind.
+BenchSide ExtractWithVelmora() {
+    return {"ExtractFromZip", [] { return ExtractFromZip(_T("B:\\zip.zip"), _T("B:\\out-velmora"), 1) != 0; },
+            [] { Remove("out-velmora"); }};
 }
 
-void ExtractWithUnzip(benchmark::State& state) {
-    for (auto _ : state) {
-        state.PauseTiming();
-        Remove("out-unzip");
-        state.ResumeTiming();
-        if (Shell("unzip -q zip.zip -d out-unzip") != 0) state.SkipWithError("unzip failed");
-    }
-    Remove("out-unzip");
-}
-
-void PrintRatio(const RatioReporter& reporter, const char* ours, const char* theirs) {
-    const double a = reporter.Seconds(ours), b = reporter.Seconds(theirs);
-    if (a <= 0 || b <= 0) return;
-    std::printf("%-16s %8.3f s   %-14s %8.3f s   ratio %.3f (goal <= 1.2)\n", ours, a, theirs, b, a / b);
+BenchSide ExtractWithUnzip() {
+    return {"unzip", [] { return Shell("unzip -q zip.zip -d out-unzip") == 0; }, [] { Remove("out-unzip"); }};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<char*> rest{argv[0]};
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--small-files" && i + 1 < argc) g_settings.smallFiles = std::atol(argv[++i]);
-        else if (arg == "--big-mib" && i + 1 < argc) g_settings.bigMiB = std::atol(argv[++i]);
-        else if (arg == "--dir" && i + 1 < argc) g_settings.dir = argv[++i];
-        else rest.push_back(argv[i]);
-    }
-    int restCount = static_cast<int>(rest.size());
-    benchmark::Initialize(&restCount, rest.data());
-
+    if (!ParseTreeBenchOptions(argc, argv, "zip_bench", g_settings)) return 2;
     g_root = MakeBenchRoot(g_settings.dir, "zip");
     if (g_root.empty()) return 1;
     std::printf("making %ld small files and four large ones, %ld MiB in all, under %s\n", g_settings.smallFiles, g_settings.bigMiB,
@@ -144,18 +104,8 @@ int main(int argc, char** argv) {
     MakeData();
     vlx::MapDrive('B', g_root);
 
-    // zip's archive first: both extractions read it.
-    benchmark::RegisterBenchmark("zip -r -6", CompressWithZip)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("CompressToZip", CompressWithVelmora)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("unzip", ExtractWithUnzip)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("ExtractFromZip", ExtractWithVelmora)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    std::printf("\n");
-    PrintRatio(reporter, "CompressToZip", "zip -r -6");
-    PrintRatio(reporter, "ExtractFromZip", "unzip");
+    const PairTimes compressed = ComparePair("zip, compress", CompressWithVelmora(), CompressWithZip(), g_settings.rounds, 1.2);
+    if (compressed.Valid()) ComparePair("zip, extract", ExtractWithVelmora(), ExtractWithUnzip(), g_settings.rounds, 1.2);
     std::printf("archive sizes: CompressToZip %llu bytes, zip -r -6 %llu bytes\n",
                 static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "velmora.zip") ? fs::file_size(fs::path(g_root) / "velmora.zip") : 0),
                 static_cast<unsigned long long>(fs::exists(fs::path(g_root) / "zip.zip") ? fs::file_size(fs::path(g_root) / "zip.zip") : 0));

@@ -142,18 +142,15 @@ void InstallTerminalResponder() {
 
 // ---- What a copy has done so far, fed by the file copies under it and drawn as the progress line.
 
+// A tree of many small files calls these for every file: what they do for a drawing that does not fall
+// due is kept to a clock reading, and the name becomes text only when a drawing shows it.
 struct CopyTally {
     explicit CopyTally(ProgressLine::Mode mode) : line(mode, "copied") {}
     ProgressLine line;
     uint64_t files = 0;     // files copied in full
     uint64_t bytes = 0;     // their bytes
-    std::string current;    // the file being copied
 
-    void Start(const std::string& name) {
-        current = name;
-        line.SetCurrent(name);
-        line.Update(files, bytes, true);
-    }
+    void Start(LPCWSTR name) { line.SetCurrent(name, WStrLen(name)); }
     void Chunk(uint64_t done) { line.Update(files, bytes + done); }
     void Done(uint64_t size) {
         ++files;
@@ -188,7 +185,7 @@ public:
         : tally_(tally),
           patch_([this](LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE progress, LPVOID data, LPBOOL cancel, DWORD flags) {
               Relay relay{progress, data, &tally_};
-              tally_.Start(Printable(existing));
+              tally_.Start(existing);
               const BOOL copied = patch_.Original()(existing, newName, RelayChunk, &relay, cancel, flags);
               const DWORD code = sys().GetLastError();
               if (copied) tally_.Done(relay.size);
@@ -225,7 +222,7 @@ public:
             if (progress.source != source_) {
                 if (!source_.empty() && pendingSize_ == pendingDone_) tally.Done(pendingSize_);
                 source_ = progress.source;
-                tally.Start(Printable(progress.source.c_str()));
+                tally.Start(progress.source.c_str());
             }
             pendingSize_ = progress.fileBytes;
             pendingDone_ = progress.fileDone;

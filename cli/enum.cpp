@@ -1,9 +1,13 @@
 // velmora count, hash, compare and isempty: folder walks, MD5 digests, tree comparison and the content test.
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,7 +58,8 @@ const Command kCount = {
     "  walks, standard error shows the folder at hand and the counts so far (--quiet: nothing).\n"
     "  --json     print one JSON document: the counts, the listed files and what could not be listed\n"
     "  --ext      count only files ending in one of the extensions, as .jpg.png (folders are then not counted)\n"
-    "  --list     also print every counted file as a table: path, last write (UTC) and size\n"
+    "  --list     also print every counted file as a table, row by row while the walk goes on: last\n"
+    "             write (UTC), size and path\n"
     "  --from, --to   keep files last written on or after / on or before that day (UTC)\n"
     "  --min-size, --max-size   keep files of at least / at most that many bytes\n"
     "  --kb       keep files whose size in whole KB is KB\n"
@@ -114,56 +119,135 @@ bool ParseCount(const std::vector<std::string>& args, CountOptions& options, std
     return true;
 }
 
-// The list-view control's report: its column headings and the text of every row.
-struct ReportRows {
-    std::vector<std::string> headings;
-    std::vector<std::vector<std::string>> rows;
+// The list report's rows as the walk makes them, each handed on at once, so that the rows of a large tree
+// are never held: the control the library reports into keeps none. The library appends each row at the
+// item count it reads and then fills that row's other columns; the control's procedure is replaced by one
+// that counts rows, holds the row being filled and hands it on when the next one starts or the walk ends.
+// Column messages still reach the control's own procedure.
+class StreamedReport {
+public:
+    static constexpr int kColumns = 3;  // path, last write, size: the columns the library fills
+    using Cells = WString[kColumns];
+
+    StreamedReport(CListCtrl& list, std::function<void(const Cells&)> handOn) : list_(list), handOn_(std::move(handOn)) {
+        const HWND window = list_.GetSafeHwnd();
+        sys().SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        original_ = reinterpret_cast<WNDPROC>(sys().SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure)));
+    }
+    ~StreamedReport() {
+        sys().SetWindowLongPtrW(list_.GetSafeHwnd(), GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(original_));
+        sys().SetWindowLongPtrW(list_.GetSafeHwnd(), GWLP_USERDATA, 0);
+    }
+    StreamedReport(const StreamedReport&) = delete;
+    StreamedReport& operator=(const StreamedReport&) = delete;
+
+    // Hands on the last row; the walk is over.
+    void Finish() {
+        if (!filling_) return;
+        filling_ = false;
+        handOn_(cells_);
+    }
+
+private:
+    static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+        auto* self = reinterpret_cast<StreamedReport*>(sys().GetWindowLongPtrW(window, GWLP_USERDATA));
+        const auto* item = reinterpret_cast<const LVITEMW*>(lParam);
+        switch (message) {
+            case LVM_GETITEMCOUNT: return static_cast<LRESULT>(self->rows_);
+            case LVM_INSERTITEMW:
+                if (item == nullptr || item->iSubItem != 0) return -1;
+                self->Finish();
+                for (WString& cell : self->cells_) cell.clear();
+                if ((item->mask & LVIF_TEXT) != 0) self->SetCell(0, item->pszText);
+                self->filling_ = true;
+                return static_cast<LRESULT>(self->rows_++);
+            case LVM_SETITEMTEXTW:
+                // Only the row being filled is still here; earlier ones were handed on.
+                if (item == nullptr || !self->filling_ || wParam + 1 != self->rows_ || item->iSubItem < 0 || item->iSubItem >= kColumns)
+                    return FALSE;
+                self->SetCell(item->iSubItem, item->pszText);
+                return TRUE;
+            default:
+                // The control's own procedure, a function of ours, is called directly.
+                return self->original_(window, message, wParam, lParam);
+        }
+    }
+    void SetCell(int column, LPCWSTR text) {
+        // assign keeps each cell's room from row to row.
+        if (text != nullptr && text != LPSTR_TEXTCALLBACKW) cells_[column].assign(text);
+        else cells_[column].clear();
+    }
+
+    CListCtrl& list_;
+    std::function<void(const Cells&)> handOn_;
+    WNDPROC original_ = nullptr;
+    Cells cells_;
+    size_t rows_ = 0;
+    bool filling_ = false;
 };
 
-ReportRows ReadReport(const CListCtrl& list) {
-    ReportRows report;
-    for (int column = 0;; ++column) {
-        WCHAR heading[64] = {};
-        LVCOLUMNW info{};
-        info.mask = LVCF_TEXT;
-        info.pszText = heading;
-        info.cchTextMax = 64;
-        if (!list.GetColumn(column, &info)) break;
-        report.headings.push_back(Printable(heading));
-    }
-    for (int row = 0; row < list.GetItemCount(); ++row) {
-        report.rows.emplace_back();
-        for (size_t column = 0; column < report.headings.size(); ++column)
-            report.rows.back().push_back(Printable(list.GetItemText(row, static_cast<int>(column))));
-    }
-    return report;
-}
+const LPCWSTR kReportHeadings[StreamedReport::kColumns] = {_T("パス"), _T("更新日時 (UTC)"), _T("サイズ")};
 
-// The report as a table whose columns line up on a terminal, wide characters taking two columns.
-void PrintTable(const ReportRows& report) {
-    const auto& headings = report.headings;
-    std::vector<size_t> widths;
-    for (size_t column = 0; column < headings.size(); ++column) {
-        size_t width = DisplayWidth(headings[column]);
-        for (const auto& row : report.rows) width = std::max(width, DisplayWidth(row[column]));
-        widths.push_back(width);
-    }
-    const auto printRow = [&](const std::vector<std::string>& cells) {
-        std::string line;
-        for (size_t column = 0; column < cells.size(); ++column) {
-            // The size column is right-aligned, as numbers are.
-            line += Pad(cells[column], widths[column], column + 1 == cells.size() && column > 0);
-            if (column + 1 < cells.size()) line += "  ";
+// The report as a table printed row by row: last write and size first, in columns of a fixed width, the
+// path last, since no row can wait for the widest path of the tree. Wide characters take two columns.
+class TablePrinter {
+public:
+    TablePrinter() {
+        for (int column = 0; column < StreamedReport::kColumns; ++column) {
+            headings_[column] = Printable(kReportHeadings[column]);
+            widths_[column] = std::max(DisplayWidth(headings_[column]), kWidths[column]);
         }
-        std::printf("%s\n", line.c_str());
-    };
-    printRow(headings);
-    std::string rule;
-    for (size_t column = 0; column < widths.size(); ++column) rule += std::string(widths[column], '-') + (column + 1 < widths.size() ? "  " : "");
-    std::printf("%s\n", rule.c_str());
-    for (const auto& row : report.rows) printRow(row);
-    std::printf("\n");
-}
+        PrintRow(headings_);
+        std::string rules[StreamedReport::kColumns];
+        for (int column = 0; column < StreamedReport::kColumns; ++column) rules[column].assign(widths_[column], '-');
+        PrintRow(rules);
+    }
+    void Row(const StreamedReport::Cells& cells) {
+        std::string texts[StreamedReport::kColumns];
+        for (int column = 0; column < StreamedReport::kColumns; ++column) texts[column] = WStrToUtf8(cells[column]);
+        PrintRow(texts);
+    }
+
+private:
+    // "YYYY/MM/DD hh:mm", and sizes up to 99,999,999,999 KB; a larger one pushes its path along.
+    static constexpr size_t kWidths[StreamedReport::kColumns] = {0, 16, 14};
+
+    void PrintRow(const std::string (&texts)[StreamedReport::kColumns]) {
+        line_.clear();
+        line_ += Pad(texts[1], widths_[1]);
+        line_ += "  ";
+        line_ += Pad(texts[2], widths_[2], true);  // sizes right-aligned, as numbers are
+        line_ += "  ";
+        line_ += texts[0];
+        line_ += '\n';
+        std::fwrite(line_.data(), 1, line_.size(), stdout);
+    }
+
+    std::string headings_[StreamedReport::kColumns];
+    size_t widths_[StreamedReport::kColumns] = {};
+    std::string line_;
+};
+
+// The report as the "list" array of the JSON document, printed as it grows. Each entry's exact size is
+// read again, since the report's size column is rounded to KB.
+class JsonListPrinter {
+public:
+    explicit JsonListPrinter(JsonWriter& json) : json_(json) { json_.Key("list").BeginArray(); }
+    void Row(const StreamedReport::Cells& cells) {
+        json_.BeginObject().Key("path").String(WStrToUtf8(cells[0])).Key("written").String(WStrToUtf8(cells[1]));
+        json_.Key("size_text").String(WStrToUtf8(cells[2]));
+        ULONGLONG size = 0;
+        if (GetFileLength(CString(cells[0].c_str()), &size) == 1) json_.Key("size").Number(size);
+        else json_.Key("size").Null();
+        json_.EndObject();
+        if (json_.text().size() >= kPrintEvery) json_.PrintSoFar();
+    }
+    void End() { json_.EndArray(); }
+
+private:
+    static constexpr size_t kPrintEvery = 64 * 1024;
+    JsonWriter& json_;
+};
 
 // The walk's progress: each folder it lists names the folder at hand, and the counters the walk adds to
 // are read there, on the walk's own thread.
@@ -171,10 +255,10 @@ class WalkFeed {
 public:
     WalkFeed(ProgressLine& line, const ULONGLONG& files, const ULONGLONG& folders, const ULONGLONG& bytes)
         : patch_([&line, &files, &folders, &bytes, this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
-              std::string folder = Printable(pattern);
-              const size_t slash = folder.find_last_of('\\');
-              if (slash != std::string::npos) folder.resize(slash + 1);
-              line.SetCurrent(folder);
+              // The folder is the pattern up to its last backslash.
+              size_t folderLength = WStrLen(pattern);
+              while (folderLength > 0 && pattern[folderLength - 1] != _T('\\')) --folderLength;
+              line.SetCurrent(pattern, folderLength > 0 ? folderLength : WStrLen(pattern));
               line.AddFolders(folders);
               line.Update(files, bytes);
               return patch_.Original()(pattern, data);
@@ -194,8 +278,10 @@ int RunCount(const std::vector<std::string>& args) {
     // A folder the walk cannot list adds nothing and the walk goes on; the watch names it.
     FailureWatch watch(FailureWatch::kListing);
     ULONGLONG files = 0, folders = 0, bytes = 0;
-    ReportRows report;
     const int dateMode = options.hasFrom && options.hasTo ? 1 : options.hasFrom ? 2 : options.hasTo ? 3 : 0;
+    // The document's list, and the table, are printed while the walk makes them; the counts follow.
+    JsonWriter json;
+    if (options.json) json.BeginObject().Key("folder").String(Printable(options.folder));
     {
         ProgressLine line(ProgressLine::ModeFor(options.quiet), "counted");
         WalkFeed feed(line, files, folders, bytes);
@@ -205,38 +291,38 @@ int RunCount(const std::vector<std::string>& args) {
             // The report goes into a list-view control, as it does in an application's window.
             CListCtrl list;
             if (!list.Create(LVS_REPORT, RECT{0, 0, 800, 600}, nullptr, 1)) return Fail(kCount, "cannot make the list control");
-            list.InsertColumn(0, _T("パス"));
-            list.InsertColumn(1, _T("更新日時 (UTC)"));
-            list.InsertColumn(2, _T("サイズ"), LVCFMT_RIGHT);
+            list.InsertColumn(0, kReportHeadings[0]);
+            list.InsertColumn(1, kReportHeadings[1]);
+            list.InsertColumn(2, kReportHeadings[2], LVCFMT_RIGHT);
+            std::optional<TablePrinter> table;
+            std::optional<JsonListPrinter> jsonList;
+            if (options.list && options.json) jsonList.emplace(json);
+            else if (options.list) table.emplace();
+            // Rows and the progress line share a terminal: the line is taken off before each row and
+            // drawn again below it.
+            const bool rowsOnTerminal = isatty(STDOUT_FILENO) != 0;
+            StreamedReport report(list, [&](const StreamedReport::Cells& cells) {
+                if (rowsOnTerminal) line.Clear();
+                if (table) table->Row(cells);
+                if (jsonList) jsonList->Row(cells);
+            });
             GetFileCountInFolderEx(options.folder, &files, &folders, &bytes, nullptr, options.filter, &g_cancel, options.from,
                                    options.to, dateMode, options.sizeLimit, options.sizeMode, options.list ? &list : nullptr);
-            if (options.list) report = ReadReport(list);
+            report.Finish();
+            if (jsonList) jsonList->End();
+            if (table) std::printf("\n");
         }
         line.Finish(false);
     }
     std::signal(SIGINT, SIG_DFL);
     const bool interrupted = std::atomic_ref<BOOL>(g_cancel).load() == 1;
     if (options.json) {
-        JsonWriter json;
-        json.BeginObject().Key("folder").String(Printable(options.folder));
         json.Key("files").Number(files).Key("folders").Number(folders).Key("bytes").Number(bytes);
         json.Key("interrupted").Bool(interrupted).Key("complete").Bool(!interrupted && watch.failures().empty());
-        if (options.list) {
-            json.Key("list").BeginArray();
-            for (const auto& row : report.rows) {
-                json.BeginObject().Key("path").String(row[0]).Key("written").String(row[1]).Key("size_text").String(row[2]);
-                ULONGLONG size = 0;
-                if (GetFileLength(CString(WStrFromUtf8(row[0]).c_str()), &size) == 1) json.Key("size").Number(size);
-                else json.Key("size").Null();
-                json.EndObject();
-            }
-            json.EndArray();
-        }
         json.Key("failures");
         watch.WriteJson(json);
         json.EndObject().Print();
     } else {
-        if (options.list) PrintTable(report);
         std::printf("files    %llu\nfolders  %llu\nbytes    %llu\n", static_cast<unsigned long long>(files),
                     static_cast<unsigned long long>(folders), static_cast<unsigned long long>(bytes));
     }
@@ -421,36 +507,46 @@ int RunCompare(const std::vector<std::string>& args) {
     // The comparison passes over folders it cannot list and files it cannot hash; the watch names them.
     FailureWatch watch(FailureWatch::kListing | FailureWatch::kReading);
     CompareFolder(folders[0], folders[1], &head, bothWays, useHash);
-    std::vector<std::pair<std::string, std::string>> lines;
-    for (FileListNode* node = head.next; node != nullptr;) {
-        FileListNode* next = node->next;
-        lines.emplace_back(DifferenceNames(node->flags), Printable(node->filePath));
-        std::free(node);
-        node = next;
-    }
+    // The chain is the library's to build and ours to free once the call is over: each node is printed
+    // and freed in one pass, so that its text is never held twice.
+    const bool same = head.next == nullptr;
+    const auto printAndFree = [&head](const std::function<void(const FileListNode&)>& print) {
+        for (FileListNode* node = head.next; node != nullptr;) {
+            FileListNode* next = node->next;
+            print(*node);
+            std::free(node);
+            node = next;
+        }
+        head.next = nullptr;
+    };
     if (json) {
         JsonWriter document;
         document.BeginObject().Key("a").String(Printable(folders[0])).Key("b").String(Printable(folders[1]));
-        document.Key("same").Bool(lines.empty() && watch.failures().empty()).Key("differences").BeginArray();
-        for (const auto& [names, path] : lines) {
-            document.BeginObject().Key("path").String(path).Key("differs").BeginArray();
+        document.Key("same").Bool(same && watch.failures().empty()).Key("differences").BeginArray();
+        printAndFree([&document](const FileListNode& node) {
+            document.BeginObject().Key("path").String(Printable(node.filePath)).Key("differs").BeginArray();
+            const std::string names = DifferenceNames(node.flags);
             for (size_t from = 0; from < names.size();) {
                 const size_t comma = std::min(names.find(',', from), names.size());
                 document.String(names.substr(from, comma - from));
                 from = comma + 1;
             }
             document.EndArray().EndObject();
-        }
+            if (document.text().size() >= 64 * 1024) document.PrintSoFar();
+        });
         document.EndArray().Key("failures");
         watch.WriteJson(document);
         document.EndObject().Print();
     } else {
+        // The first column's width comes from the flags alone, read in a pass that copies nothing.
         size_t width = 0;
-        for (const auto& line : lines) width = std::max(width, line.first.size());
-        for (const auto& line : lines) std::printf("%s  %s\n", Pad(line.first, width).c_str(), line.second.c_str());
+        for (const FileListNode* node = head.next; node != nullptr; node = node->next) width = std::max(width, DifferenceNames(node->flags).size());
+        printAndFree([width](const FileListNode& node) {
+            std::printf("%s  %s\n", Pad(DifferenceNames(node.flags), width).c_str(), Printable(node.filePath).c_str());
+        });
     }
     if (!watch.Report(kCompare)) return Fail(kCompare, "incomplete: the entries above were not compared in full");
-    return lines.empty() ? kExitOk : kExitFailed;
+    return same ? kExitOk : kExitFailed;
 }
 
 const CommandRegistration kCompareRegistration(kCompare);

@@ -101,4 +101,9 @@ JsonWriter& JsonWriter::Null() {
 
 void JsonWriter::Print() const { std::printf("%s\n", text_.c_str()); }
 
+void JsonWriter::PrintSoFar() {
+    std::fwrite(text_.data(), 1, text_.size(), stdout);
+    text_.clear();
+}
+
 }  // namespace cli

@@ -20,8 +20,11 @@ public:
     JsonWriter& Integer(int64_t value);
     JsonWriter& Bool(bool value);
     JsonWriter& Null();
-    // The document, ended with a newline, printed on standard output.
+    // The document, ended with a newline, printed on standard output; after PrintSoFar, the rest of it.
     void Print() const;
+    // Prints what is written so far and lets it go, so that a long list need not be held whole before
+    // its document ends; text() then holds only what was written after.
+    void PrintSoFar();
     const std::string& text() const { return text_; }
 
 private:

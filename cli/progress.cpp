@@ -79,7 +79,17 @@ void ProgressLine::SetTotals(uint64_t files, uint64_t bytes) {
     totalBytes_ = bytes;
 }
 
-void ProgressLine::SetCurrent(const std::string& name) { current_ = name; }
+void ProgressLine::SetCurrent(const std::string& name) {
+    current_ = name;
+    currentIsUnits_ = false;
+}
+
+void ProgressLine::SetCurrent(LPCWSTR name, size_t length) {
+    if (mode_ == Mode::Quiet) return;
+    // assign keeps the buffer's room, so that after the first few names no entry allocates.
+    currentUnits_.assign(name, length);
+    currentIsUnits_ = true;
+}
 
 void ProgressLine::Update(uint64_t files, uint64_t bytes, bool force) {
     files_ = files;
@@ -108,6 +118,7 @@ void ProgressLine::Finish(bool summary) {
     if (finished_) return;
     finished_ = true;
     current_.clear();
+    currentIsUnits_ = false;
     if (mode_ == Mode::Quiet || (mode_ == Mode::Lines && !summary)) return;
     if (mode_ == Mode::Terminal && !summary) {
         // The results follow on standard output: the line is cleared rather than left standing.
@@ -147,6 +158,10 @@ std::string ProgressLine::Compose(const char* verb, uint64_t files, uint64_t tot
 
 void ProgressLine::Draw() {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    if (currentIsUnits_) {
+        current_ = WStrToUtf8(currentUnits_);
+        currentIsUnits_ = false;
+    }
     if (mode_ == Mode::Terminal) {
         // The counts first, so that a narrow terminal cuts the name rather than them.
         const std::string counts = Compose(verb_, files_, totalFiles_, bytes_, totalBytes_, folders_, seconds, std::string());

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include <velmora/velmora.h>
+
 namespace cli {
 
 // "1.5 MiB": a byte count for people, in binary units.
@@ -29,6 +31,10 @@ public:
     // Totals known beforehand; 0 files means unknown (no percentage, no time left).
     void SetTotals(uint64_t files, uint64_t bytes);
     void SetCurrent(const std::string& name);
+    // The entry at hand as the library names it, its first length units: kept as it is and turned into
+    // text only when a drawing shows it, so that a walk or a copy of many entries formats nothing for the
+    // entries no drawing falls on.
+    void SetCurrent(LPCWSTR name, size_t length);
     // Counts so far. Drawn when enough time has passed since the last drawing, or on a terminal when
     // force is set.
     void Update(uint64_t files, uint64_t bytes, bool force = false);
@@ -52,6 +58,8 @@ private:
     uint64_t totalFiles_ = 0, totalBytes_ = 0;
     uint64_t files_ = 0, bytes_ = 0, folders_ = 0;
     std::string current_;
+    WString currentUnits_;      // the entry at hand as the library named it, when it came so
+    bool currentIsUnits_ = false;
     std::chrono::steady_clock::time_point start_, lastDrawn_;
     bool drawnOnce_ = false;
     bool lineOpen_ = false;

@@ -67,6 +67,19 @@ TEST(CliJson, StringsAreEscapedAndCommasFallBetweenValues) {
     EXPECT_EQ(json.text(), "{\"n\":18446744073709551615,\"list\":[-1,true,null,{},[]],\"s\":\"x\"}");
 }
 
+TEST(CliJson, ADocumentPrintedInPartsIsTheWholeDocument) {
+    // The commas between a part printed and the next are the writer's state, not its text.
+    testing::internal::CaptureStdout();
+    cli::JsonWriter json;
+    json.BeginObject().Key("list").BeginArray().Number(1);
+    json.PrintSoFar();
+    EXPECT_EQ(json.text(), "");
+    json.Number(2).BeginObject().Key("k").Null();
+    json.PrintSoFar();
+    json.EndObject().EndArray().Key("done").Bool(true).EndObject().Print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "{\"list\":[1,2,{\"k\":null}],\"done\":true}\n");
+}
+
 TEST(CliProgress, TheLineTellsCountsRateAndTimeLeft) {
     using cli::ProgressLine;
     // Totals known: the share done, the rate and the time the rest takes at that rate.

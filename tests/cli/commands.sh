@@ -105,14 +105,26 @@ run '' -- count --list --json --from 2000-01-01 'T:\tree'
 json 'sorted(r["size"] for r in d["list"]) == [4, 6] and any("報告書" in r["path"] for r in d["list"])' "the list report in JSON"
 run '' -- count --list --from 2000-01-01 'T:\tree'
 checks=$((checks + 1))
-# Every row of the table ends in the same column, wide characters counted as two.
+# On every row the size ends and the path starts in the same column, wide characters counted as two.
 python3 - "$out" <<'PY' || fail "the table's columns do not line up"
 import sys, unicodedata
 rows = [l.rstrip("\n") for l in open(sys.argv[1], encoding="utf-8")]
 rows = rows[:rows.index("")]
 width = lambda s: sum(2 if unicodedata.east_asian_width(c) in "WF" else 1 for c in s)
-sys.exit(0 if len({width(r) for r in rows}) == 1 and len(rows) == 4 else 1)
+paths = [rows[0].index("パス"), rows[1].rindex(" ") + 1] + [r.index("T:\\") for r in rows[2:]]
+starts = {width(r[:at]) for r, at in zip(rows, paths)}
+ends = {width(r[:at].rstrip()) for r, at in zip(rows, paths)}
+sys.exit(0 if len(rows) == 4 and len(starts) == 1 and len(ends) == 1 else 1)
 PY
+# A list long enough to be printed in parts while the walk goes on: every file once, in one document.
+mkdir -p "$sandbox/many"
+(cd "$sandbox/many" && touch $(seq -f 'file%04g.txt' 1 1500))
+run '' -- count --list --json --quiet 'T:\many'
+json 'd["files"] == 1500 and len(d["list"]) == 1500 and len({r["path"] for r in d["list"]}) == 1500 and d["list"][0]["size"] == 0' \
+    "the list report in JSON, printed in parts"
+run '' -- count --list --quiet 'T:\many'
+check 0 "count --list of many files" --out "files    1500"
+[ "$(grep -c 'T:\\many\\file' "$out")" -eq 1500 ] || fail "the table does not hold every file once"
 
 # ---- hash
 run '' -- hash --json 'T:\src\a.txt' 'T:\missing.txt'
@@ -133,6 +145,8 @@ rm "$sandbox/dst/plain/big.bin"
 run '' -- compare --json 'T:\src' 'T:\dst\plain'; check 1 "compare of different trees"
 json 'sorted((x["path"].split("\\")[-1], x["differs"]) for x in d["differences"]) == [("a.txt", ["size-differs"]), ("big.bin", ["only-in-A"])] and not d["same"]' \
     "compare --json differences"
+run '' -- compare 'T:\src' 'T:\dst\plain'
+check 1 "compare's lines" --out "size-differs  \\a.txt" --out "only-in-A     \\big.bin"
 
 # ---- stat: every name of a file, nearest first
 mkdir -p "$sandbox/links/near" "$sandbox/links/far/away"
