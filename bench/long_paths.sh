@@ -6,13 +6,14 @@
 #     bench/long_paths.sh [VELMORA] [NAME_LENGTHS] [TOTAL_UNITS]
 #
 # Wall time and processor time (user and system) are both shown: on a shared machine the wall time is
-# mostly waiting for a processor. VELMORA defaults to build/release/velmora; NAME_LENGTHS to "1 8 100"; TOTAL_UNITS to
-# "1000 2000 4000 40000". A path whose host form would be longer than Linux can name (PATH_MAX) cannot be
-# made, and `velmora mkdir` says so with exit 1; the time it takes to say so is measured the same way.
+# mostly waiting for a processor. VELMORA defaults to build/release/velmora; NAME_LENGTHS to "8 100";
+# TOTAL_UNITS to "1000 2000 4000 16000 32767 40000". Windows takes at most 32,767 units after the prefix:
+# for 40,000 the levels up to that limit are made and `velmora mkdir` exits 1. One-unit names (1 in
+# NAME_LENGTHS) make the most levels per unit and take minutes at 32,767.
 set -eu
 velmora=${1:-build/release/velmora}
-name_lengths=${2:-1 8 100}
-totals=${3:-1000 2000 4000 40000}
+name_lengths=${2:-8 100}
+totals=${3:-1000 2000 4000 16000 32767 40000}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 

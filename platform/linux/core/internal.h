@@ -71,6 +71,8 @@ bool StatHost(const std::string& hostPath, HostStatus& out);
 // The same for a name (or a relative path) in an open host folder.
 bool StatHostAt(int folder, const char* name, HostStatus& out);
 
+class FolderAnchor;
+
 // A Win32 path taken apart and looked up on its volume.
 struct ResolvedPath {
     WCHAR drive = 0;                   // upper-case letter
@@ -83,6 +85,9 @@ struct ResolvedPath {
     struct stat status {};             // lstat of hostPath when exists
     bool hasBirth = false;             // birth time of hostPath, when exists and the host keeps one
     struct timespec birth {};
+    // For a path too deep to be walked from the root each time: the folder its host paths start from
+    // ("/proc/self/fd/N/..."), which they are only good for while it is held.
+    std::shared_ptr<const FolderAnchor> anchor;
     bool isRoot() const { return components.empty(); }
     WString win32Path() const;         // "X:\a\b" with the disk case
     WString volumeRelative() const;    // "\a\b"
@@ -96,6 +101,11 @@ enum class Wildcards { Refuse, AllowInLast };
 // ERROR_FILENAME_EXCED_RANGE (longer than a host path can be). A missing last component is not a
 // failure: exists is false. The cost is in proportion to the path's length.
 bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards = Wildcards::Refuse);
+
+// The host path of a resolved path written out from the root, for a path kept past the call that
+// resolved it (a record on disk, an object that outlives its anchor); false when the host cannot take it
+// whole.
+bool WholeHostPath(const ResolvedPath& path, std::string& hostPath);
 
 // Full Win32 path of a possibly relative one, without touching any volume. False with the last error set
 // when the text is not a usable path.

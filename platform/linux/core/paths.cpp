@@ -13,6 +13,7 @@
 
 #include "internal.h"
 #include "scoped_handle.h"
+#include "../volumes/host_folder_cache.h"
 #include "../volumes/host_names.h"
 
 namespace vlx {
@@ -31,6 +32,10 @@ bool IsSeparator(WCHAR unit) { return unit == '\\' || unit == '/'; }
 
 // The longest path Windows takes with the \\?\ prefix.
 constexpr size_t kMaxVerbatimPath = 32767;
+
+// Paths with more names than this, or too long for the host to take whole, are reached from the deepest
+// folder of theirs held open: the host's own walk costs each call time in every level above.
+constexpr size_t kDirectWalkNames = 24;
 
 // Characters no Win32 file name may hold; wildcards are judged separately.
 bool IsInvalidNameUnit(WCHAR unit) {
@@ -167,7 +172,10 @@ WString HostToWin32Path(const std::string& hostPath) {
 std::string Win32ToHostPath(LPCWSTR path) {
     ResolvedPath resolved;
     if (!Resolve(path, resolved)) return {};
-    return resolved.hostPath;
+    if (!resolved.anchor) return resolved.hostPath;
+    // A held folder's path means nothing once the call is over.
+    std::string whole;
+    return WholeHostPath(resolved, whole) ? whole : std::string();
 }
 
 // ---- Current folder
@@ -287,6 +295,17 @@ WString ResolvedPath::volumeRelative() const {
     return path;
 }
 
+bool WholeHostPath(const ResolvedPath& path, std::string& hostPath) {
+    hostPath = path.volumeRoot;
+    for (const WString& name : path.components) {
+        std::string hostName;
+        if (!HostNameOfWindows(name, hostName)) return false;
+        if (hostPath.back() != '/') hostPath += '/';
+        hostPath += hostName;
+    }
+    return hostPath.size() < PATH_MAX;
+}
+
 bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     out = ResolvedPath();
     WString full;
@@ -295,11 +314,11 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     out.trailingSeparator = full.size() > 3 && full.back() == '\\';
     out.volumeRoot = DriveRoot(out.drive);
     if (out.volumeRoot.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
-    // Every unit after "X:" but a trailing separator is at least one byte of the host path, so a path that
-    // cannot fit is refused before it is taken apart.
-    if (out.volumeRoot.size() + full.size() >= PATH_MAX + 4) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
 
-    std::vector<WString> names;
+    // Kept from call to call on each thread: a deep path would otherwise have the heap grow and shrink by
+    // its depth on every call.
+    thread_local std::vector<WString> names;
+    names.clear();
     for (size_t at = 3; at < full.size();) {
         size_t end = full.find('\\', at);
         if (end == WString::npos) end = full.size();
@@ -318,7 +337,8 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
 
     std::string host = out.volumeRoot;
     const bool lastHasWildcard = !names.empty() && HasWildcard(names.back());
-    std::vector<std::string> hostNames(names.size());
+    thread_local std::vector<std::string> hostNames;
+    hostNames.resize(names.size());
     size_t hostLength = out.volumeRoot.size();
     for (size_t i = 0; i < names.size(); ++i) {
         // A pattern is matched against listed names and never names a host entry itself.
@@ -326,7 +346,6 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         else if (!HostNameOfWindows(names[i], hostNames[i])) return Fail(ERROR_INVALID_NAME, false);
         hostLength += hostNames[i].size() + 1;
     }
-    if (hostLength >= PATH_MAX) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
     auto joinAll = [&](size_t count) {
         std::string joined = out.volumeRoot;
         joined.reserve(hostLength);
@@ -337,18 +356,43 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         return joined;
     };
 
-    // Most paths are written with the case they have on disk: one look at the whole path, or at its
-    // folder, settles them without walking the components one by one.
     HostStatus entry;
     size_t resolvedCount = 0;
     bool lastExactMissing = false;
     int wholeError = 0;
-    if (!names.empty() && !lastHasWildcard && (StatHost(joinAll(names.size()), entry) || ((wholeError = errno), false))) {
+    bool deep = names.size() > kDirectWalkNames || hostLength >= PATH_MAX;
+    size_t reached = 0;
+    AnchorRef anchor;
+    if (deep) {
+        // The folder of the last name, from the deepest of its folders held, as far as its names are
+        // written as on disk; the rest is looked up one name at a time below, as for any path.
+        anchor = ReachHostFolder(joinAll(names.size() - 1), reached);
+        // Without a held folder (no inotify, say) a path the host can take whole is walked the usual way.
+        if (!anchor || reached < out.volumeRoot.size()) {
+            if (hostLength >= PATH_MAX) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+            deep = false;
+        }
+    }
+    if (deep) {
+        size_t length = out.volumeRoot.size();
+        for (size_t i = 0; i + 1 < names.size(); ++i) {
+            length += (i == 0 && out.volumeRoot == "/" ? 0 : 1) + hostNames[i].size();
+            if (length > reached) break;
+            resolvedCount = i + 1;
+        }
+        host = anchor->path();
+        out.anchor = std::move(anchor);
+        out.components.assign(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(resolvedCount));
+    }
+
+    // Most paths are written with the case they have on disk: one look at the whole path, or at its
+    // folder, settles them without walking the components one by one.
+    if (!deep && !names.empty() && !lastHasWildcard && (StatHost(joinAll(names.size()), entry) || ((wholeError = errno), false))) {
         resolvedCount = names.size();
         host = joinAll(names.size());
         out.hostParent = joinAll(names.size() - 1);
         out.components = names;
-    } else if (names.size() > 1) {
+    } else if (!deep && names.size() > 1) {
         HostStatus folder;
         const std::string parent = joinAll(names.size() - 1);
         if (StatHost(parent, folder) && LeadsToFolder(parent, folder.status)) {

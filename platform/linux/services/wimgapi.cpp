@@ -127,7 +127,18 @@ public:
 // A Win32 path resolved to the host; false with the platform's last error when it cannot be reached.
 bool HostPathOf(PCWSTR path, ResolvedPath& resolved) {
     if (path == nullptr || *path == 0) return Fail(ERROR_INVALID_PARAMETER, false);
-    return Resolve(path, resolved);
+    if (!Resolve(path, resolved)) return false;
+    // Image files, their scratch folders and mount folders are named in records and objects that last
+    // past this call, so they take the path written out whole.
+    if (resolved.anchor) {
+        std::string whole;
+        if (!WholeHostPath(resolved, whole)) return Fail(ERROR_FILENAME_EXCED_RANGE, false);
+        const size_t slash = whole.find_last_of('/');
+        resolved.hostParent = slash == 0 ? std::string("/") : whole.substr(0, slash);
+        resolved.hostPath = std::move(whole);
+        resolved.anchor.reset();
+    }
+    return true;
 }
 
 // The messages one capture or apply sends, and how the callbacks answered.

@@ -29,6 +29,7 @@ public:
 
     int fd;
     std::string hostPath;
+    std::shared_ptr<const FolderAnchor> anchor;  // what hostPath starts from, for a deep path
     WString win32Path;  // as resolved, "X:\a\b"
     DWORD access;       // expanded rights
     bool isFolder;

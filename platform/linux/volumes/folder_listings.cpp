@@ -15,6 +15,7 @@
 #include <unordered_set>
 
 #include "../core/internal.h"
+#include "host_folder_cache.h"
 #include "host_names.h"
 
 namespace vlx {
@@ -196,7 +197,8 @@ std::string ScanFolder(const std::string& folder, const std::string& exact, cons
 
 std::string FindFoldedEntry(const std::string& folder, const std::string& exact, const WString& name) {
     std::string found;
-    if (Listings().Find(folder, exact, name, found)) return found;
+    // A held folder's number names another folder once it is let go: no listing is kept under it.
+    if (!IsAnchoredPath(folder) && Listings().Find(folder, exact, name, found)) return found;
     return ScanFolder(folder, exact, name);
 }
 

@@ -284,8 +284,10 @@ BOOL HostKind::CopyFile(LPCWSTR existing, LPCWSTR newName, LPPROGRESS_ROUTINE pr
     // The routine is handed the copy being written as the target, as Windows hands it the new file.
     struct stat copyStatus {};
     fstat(copy.fd(), &copyStatus);
-    ScopedHandle target(InsertHandle(std::make_shared<FileObject>(fcntl(copy.fd(), F_DUPFD_CLOEXEC, 0), targetHostPath, resolved.win32Path(),
-                                                                  ExpandAccess(GENERIC_WRITE), 0, false, false, copyStatus)));
+    auto targetObject = std::make_shared<FileObject>(fcntl(copy.fd(), F_DUPFD_CLOEXEC, 0), targetHostPath, resolved.win32Path(),
+                                                     ExpandAccess(GENERIC_WRITE), 0, false, false, copyStatus);
+    targetObject->anchor = resolved.anchor;
+    ScopedHandle target(InsertHandle(std::move(targetObject)));
 
     const LONGLONG total = sourceStatus.st_size;
     bool quiet = progress == nullptr;

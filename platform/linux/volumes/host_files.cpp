@@ -90,6 +90,7 @@ HANDLE OpenFolder(const ResolvedPath& path, DWORD access, DWORD share, DWORD fla
     fstat(fd, &status);
     auto object = std::make_shared<FileObject>(fd, path.hostPath, path.win32Path(), access, share, true,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    object->anchor = path.anchor;
     if (!object->Register()) return INVALID_HANDLE_VALUE;
     return InsertHandle(std::move(object));
 }
@@ -171,6 +172,7 @@ HANDLE HostKind::CreateFile(LPCWSTR path, DWORD access, DWORD share, DWORD dispo
     }
     auto object = std::make_shared<FileObject>(fd, resolved.hostPath, resolved.win32Path(), rights, share, false,
                                                (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0, status);
+    object->anchor = resolved.anchor;
     // A replaced file is cut only once the open has passed every share check, other processes' included:
     // a file another process holds without sharing writes keeps its data.
     if (truncates) object->record.access |= FILE_WRITE_DATA;

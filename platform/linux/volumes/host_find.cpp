@@ -10,6 +10,7 @@
 
 #include "../core/internal.h"
 #include "../core/table.h"
+#include "host_folder_cache.h"
 #include "host_link_names.h"
 #include "host_names.h"
 #include "host_kind.h"
@@ -31,6 +32,7 @@ class FindObject : public SearchObject {
 public:
     bool Next(WIN32_FIND_DATAW& data) override;
     std::mutex lock;
+    AnchorRef anchor;  // what the candidates' paths start from, for a deep folder
     std::vector<Candidate> entries;
     size_t next = 0;
 };
@@ -83,6 +85,7 @@ HANDLE HostKind::FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     const std::string& folder = resolved.hostParent;
     const bool folderIsRoot = resolved.components.size() == 1;
     auto find = std::make_shared<FindObject>();
+    find->anchor = resolved.anchor;
 
     if (!HasWildcard(namePattern)) {
         if (!resolved.exists) return Fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
@@ -117,7 +120,10 @@ HANDLE HostKind::FindFirst(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
             if (MatchesPattern(namePattern, _T("."))) find->entries.push_back({_T("."), folder, false});
             if (MatchesPattern(namePattern, _T(".."))) {
                 const size_t slash = folder.find_last_of('/');
-                const std::string parent = slash == 0 || slash == std::string::npos ? std::string("/") : folder.substr(0, slash);
+                // A held folder's path says nothing of its parent: the host finds it.
+                const std::string parent = IsAnchoredPath(folder) ? folder + "/.."
+                                           : slash == 0 || slash == std::string::npos ? std::string("/")
+                                                                                     : folder.substr(0, slash);
                 find->entries.push_back({_T(".."), parent, resolved.components.size() == 2});
             }
         }
