@@ -73,11 +73,30 @@ bool StatHostAt(int folder, const char* name, HostStatus& out);
 
 class FolderAnchor;
 
+// The names of a resolved path below its volume's root, kept as one text ("\a\b") and where each name
+// starts in it, so that a path thousands of names deep is copied in one piece and not name by name.
+class PathNames {
+public:
+    bool empty() const { return starts_.empty(); }
+    size_t size() const { return starts_.size(); }
+    WString operator[](size_t index) const;
+    WString back() const { return (*this)[size() - 1]; }
+    void push_back(const WString& name);
+    // The first count names of text[from, to), whose names start at starts (indexes in text).
+    void AssignPrefix(const WString& text, size_t from, size_t to, const std::vector<uint32_t>& starts, size_t count);
+    // "\a\b"; empty for no names.
+    const WString& text() const { return text_; }
+
+private:
+    WString text_;
+    std::vector<uint32_t> starts_;
+};
+
 // A Win32 path taken apart and looked up on its volume.
 struct ResolvedPath {
     WCHAR drive = 0;                   // upper-case letter
     std::string volumeRoot;            // host folder of the volume
-    std::vector<WString> components;  // from the volume root, with the case found on disk where it exists
+    PathNames components;              // from the volume root, with the case found on disk where it exists
     std::string hostPath;              // host path of the whole (existing components with their disk case)
     std::string hostParent;            // host path of all but the last component
     bool trailingSeparator = false;    // the path ended in a separator

@@ -288,18 +288,92 @@ WString ResolvedPath::win32Path() const {
     return path;
 }
 
-WString ResolvedPath::volumeRelative() const {
-    if (components.empty()) return _T("\\");
-    WString path;
-    for (const WString& name : components) path += _T("\\") + name;
-    return path;
+WString ResolvedPath::volumeRelative() const { return components.empty() ? WString(_T("\\")) : components.text(); }
+
+WString PathNames::operator[](size_t index) const {
+    const size_t end = index + 1 < starts_.size() ? starts_[index + 1] - 1 : text_.size();
+    return text_.substr(starts_[index], end - starts_[index]);
 }
+
+void PathNames::push_back(const WString& name) {
+    text_ += '\\';
+    starts_.push_back(static_cast<uint32_t>(text_.size()));
+    text_ += name;
+}
+
+void PathNames::AssignPrefix(const WString& text, size_t from, size_t to, const std::vector<uint32_t>& starts, size_t count) {
+    text_.assign(text, from, count == 0 ? 0 : to - from);
+    starts_.clear();
+    starts_.reserve(count);
+    for (size_t i = 0; i < count; ++i) starts_.push_back(static_cast<uint32_t>(starts[i] - from));
+}
+
+namespace {
+
+// A full path taken apart into names, each with its host name and what is known of it. Paths resolved
+// one after another mostly share their leading names (the levels of a folder being made, the entries of
+// a folder being walked), so each thread keeps the last one and takes apart only what follows the text
+// it shares with it: a path thousands of names deep then costs a comparison of its text, not the work
+// of every name again.
+struct SplitPath {
+    WString full;                        // as FullWin32Path gives it: "X:\a\b"
+    std::vector<uint32_t> starts;        // where each name starts in full
+    std::vector<uint32_t> ends;          // where it ends
+    std::vector<WString> names;
+    std::vector<std::string> hostNames;  // a pattern's as its UTF-8, for matching only
+    std::vector<uint8_t> plain;          // neither characters no name may hold nor wildcards
+    std::vector<uint8_t> mapped;         // a pattern, or a name some host name lists under
+};
+
+SplitPath& SplitOf(const WString& full) {
+    thread_local SplitPath split;
+    const size_t common = static_cast<size_t>(
+        std::mismatch(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(std::min(full.size(), split.full.size())),
+                      split.full.begin())
+            .first -
+        full.begin());
+    // A name is kept when its text and the separator or end after it are shared.
+    size_t keep = 0;
+    while (keep < split.names.size() && split.ends[keep] <= common &&
+           (split.ends[keep] == full.size() || full[split.ends[keep]] == '\\'))
+        ++keep;
+    split.starts.resize(keep);
+    split.ends.resize(keep);
+    split.names.resize(keep);
+    split.hostNames.resize(keep);
+    split.plain.resize(keep);
+    split.mapped.resize(keep);
+    for (size_t at = keep == 0 ? 3 : split.ends.back() + 1; at < full.size();) {
+        size_t end = full.find('\\', at);
+        if (end == WString::npos) end = full.size();
+        if (end > at) {
+            WString name = full.substr(at, end - at);
+            const bool wildcard = HasWildcard(name);
+            bool plain = !wildcard;
+            for (WCHAR unit : name) plain = plain && !IsInvalidNameUnit(unit);
+            std::string hostName;
+            // A pattern is matched against listed names and never names a host entry itself.
+            const bool mapped = wildcard ? (hostName = WStrToUtf8(name), true) : HostNameOfWindows(name, hostName);
+            split.starts.push_back(static_cast<uint32_t>(at));
+            split.ends.push_back(static_cast<uint32_t>(end));
+            split.names.push_back(std::move(name));
+            split.hostNames.push_back(std::move(hostName));
+            split.plain.push_back(plain);
+            split.mapped.push_back(mapped);
+        }
+        at = end + 1;
+    }
+    split.full = full;
+    return split;
+}
+
+}  // namespace
 
 bool WholeHostPath(const ResolvedPath& path, std::string& hostPath) {
     hostPath = path.volumeRoot;
-    for (const WString& name : path.components) {
+    for (size_t i = 0; i < path.components.size(); ++i) {
         std::string hostName;
-        if (!HostNameOfWindows(name, hostName)) return false;
+        if (!HostNameOfWindows(path.components[i], hostName)) return false;
         if (hostPath.back() != '/') hostPath += '/';
         hostPath += hostName;
     }
@@ -315,37 +389,30 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     out.volumeRoot = DriveRoot(out.drive);
     if (out.volumeRoot.empty()) return Fail(ERROR_PATH_NOT_FOUND, false);
 
-    // Kept from call to call on each thread: a deep path would otherwise have the heap grow and shrink by
-    // its depth on every call.
-    thread_local std::vector<WString> names;
-    names.clear();
-    for (size_t at = 3; at < full.size();) {
-        size_t end = full.find('\\', at);
-        if (end == WString::npos) end = full.size();
-        if (end > at) names.push_back(full.substr(at, end - at));
-        at = end + 1;
-    }
+    SplitPath& split = SplitOf(full);
+    const std::vector<WString>& names = split.names;
+    const std::vector<std::string>& hostNames = split.hostNames;
     for (size_t i = 0; i < names.size(); ++i) {
         const bool last = i + 1 == names.size();
+        if (split.plain[i]) continue;
+        if (!last || wildcards != Wildcards::AllowInLast) return Fail(ERROR_INVALID_NAME, false);
+        // A find pattern may hold the DOS wildcards, which no name can.
         for (WCHAR unit : names[i]) {
-            // A find pattern may hold the DOS wildcards, which no name can.
-            const bool dosWildcard = last && wildcards == Wildcards::AllowInLast && IsDosWildcard(unit);
-            if (IsInvalidNameUnit(unit) && !dosWildcard) return Fail(ERROR_INVALID_NAME, false);
+            if (IsInvalidNameUnit(unit) && !IsDosWildcard(unit)) return Fail(ERROR_INVALID_NAME, false);
         }
-        if (HasWildcard(names[i]) && !(last && wildcards == Wildcards::AllowInLast)) return Fail(ERROR_INVALID_NAME, false);
     }
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (!split.mapped[i]) return Fail(ERROR_INVALID_NAME, false);
+    }
+    // The names' text with the case as written, for the names found as written.
+    auto assignNames = [&](size_t count) {
+        out.components.AssignPrefix(full, 2, count == 0 ? 2 : split.ends[count - 1], split.starts, count);
+    };
 
     std::string host = out.volumeRoot;
     const bool lastHasWildcard = !names.empty() && HasWildcard(names.back());
-    thread_local std::vector<std::string> hostNames;
-    hostNames.resize(names.size());
     size_t hostLength = out.volumeRoot.size();
-    for (size_t i = 0; i < names.size(); ++i) {
-        // A pattern is matched against listed names and never names a host entry itself.
-        if (HasWildcard(names[i])) hostNames[i] = WStrToUtf8(names[i]);
-        else if (!HostNameOfWindows(names[i], hostNames[i])) return Fail(ERROR_INVALID_NAME, false);
-        hostLength += hostNames[i].size() + 1;
-    }
+    for (const std::string& hostName : hostNames) hostLength += hostName.size() + 1;
     auto joinAll = [&](size_t count) {
         std::string joined = out.volumeRoot;
         joined.reserve(hostLength);
@@ -382,7 +449,7 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         }
         host = anchor->path();
         out.anchor = std::move(anchor);
-        out.components.assign(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(resolvedCount));
+        assignNames(resolvedCount);
     }
 
     // Most paths are written with the case they have on disk: one look at the whole path, or at its
@@ -391,7 +458,7 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
         resolvedCount = names.size();
         host = joinAll(names.size());
         out.hostParent = joinAll(names.size() - 1);
-        out.components = names;
+        assignNames(names.size());
     } else if (!deep && names.size() > 1) {
         HostStatus folder;
         const std::string parent = joinAll(names.size() - 1);
@@ -399,7 +466,7 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
             lastExactMissing = !lastHasWildcard;
             resolvedCount = names.size() - 1;
             host = parent;
-            out.components.assign(names.begin(), names.end() - 1);
+            assignNames(names.size() - 1);
         }
     }
 
@@ -417,12 +484,14 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
     // The rest, one component at a time, each looked up in the folder reached so far through a descriptor
     // of it, so that every step costs the same however deep it is.
     if (resolvedCount < names.size()) {
-        HostFd folder(open(host.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (!folder) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
+        // A held folder is looked in through its own descriptor; any other is opened.
+        HostFd opened(out.anchor ? -1 : open(host.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        int folder = out.anchor ? out.anchor->fd() : opened.get();
+        if (folder < 0) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
         for (size_t i = resolvedCount; i < names.size(); ++i) {
             const bool last = i + 1 == names.size();
             const std::string hostName = HasWildcard(names[i]) ? std::string()
-                                                               : FindEntryNoCase(folder.get(), host, hostNames[i], names[i], entry,
+                                                               : FindEntryNoCase(folder, host, hostNames[i], names[i], entry,
                                                                                  last && lastExactMissing);
             if (hostName.empty()) {
                 // A folder the user may not enter hides what is in it: that is a refusal, not a missing name.
@@ -440,8 +509,9 @@ bool Resolve(LPCWSTR path, ResolvedPath& out, Wildcards wildcards) {
             out.components.push_back(WindowsNameOfHost(hostName));
             if (!last) {
                 // A folder on the way may be a link to a folder, as a junction is on Windows.
-                folder.reset(openat(folder.get(), hostName.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-                if (!folder) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
+                opened.reset(openat(folder, hostName.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+                if (!opened) return Fail(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND, false);
+                folder = opened.get();
             }
         }
     }

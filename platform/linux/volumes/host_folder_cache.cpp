@@ -16,6 +16,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <cstdint>
@@ -113,21 +114,30 @@ public:
         if (nodes_.size() > kMaxFolders) Clear();
 
         // The key of every folder on the way, the root's first; ends[i] is where folder i's text ends.
-        // Kept from call to call: a deep path would otherwise have the heap grow and shrink by its
-        // depth on every call.
+        // Kept from the last call for the text this path shares with the last one, since the paths
+        // reached one after another are mostly the levels of one deep path.
         std::vector<Key>& keys = keys_;
         std::vector<size_t>& ends = ends_;
-        keys.assign(1, Key{});
-        ends.assign(1, 0);
-        Key key{};
-        for (size_t at = 0; folder.size() > 1 && at <= folder.size(); ++at) {
-            if (at == folder.size() || (folder[at] == '/' && at > 0)) {
-                if (folder[at - 1] == '/') return nullptr;  // an empty name: no path this takes apart
-                keys.push_back(key);
-                ends.push_back(at);
-            }
-            if (at < folder.size()) key = Extend(key, static_cast<unsigned char>(folder[at]));
+        const size_t common = static_cast<size_t>(
+            std::mismatch(folder.begin(), folder.begin() + static_cast<std::ptrdiff_t>(std::min(folder.size(), lastFolder_.size())),
+                          lastFolder_.begin())
+                .first -
+            folder.begin());
+        size_t keep = 1;  // the root's
+        while (keep < ends.size() && ends[keep] <= common && (ends[keep] == folder.size() || folder[ends[keep]] == '/')) ++keep;
+        keys.resize(keep);
+        ends.resize(keep);
+        lastFolder_.clear();
+        for (size_t at = ends.back(); folder.size() > 1 && at < folder.size();) {
+            const size_t next = std::min(folder.find('/', at + 1), folder.size());
+            if (next == at + 1) return nullptr;  // an empty name: no path this takes apart
+            Key key = Extend(keys.back(), '/');
+            for (size_t i = at + 1; i < next; ++i) key = Extend(key, static_cast<unsigned char>(folder[i]));
+            keys.push_back(key);
+            ends.push_back(next);
+            at = next;
         }
+        lastFolder_ = folder;
         Node* node = nullptr;
         size_t level = keys.size();
         while (level > 0) {
@@ -325,8 +335,9 @@ private:
     std::unordered_map<Key, std::unique_ptr<Node>, KeyHash> nodes_;
     std::unordered_map<int, std::vector<Node*>> byWatch_;
     std::deque<Key> anchored_;  // in the order the descriptors were opened
-    std::vector<Key> keys_;
-    std::vector<size_t> ends_;
+    std::vector<Key> keys_{Key{}};
+    std::vector<size_t> ends_{0};
+    std::string lastFolder_;  // the path keys_ and ends_ were taken from
 };
 
 FolderTree& Tree() {
