@@ -155,3 +155,55 @@ TEST_F(DeepPath, AHandleKeepsItsFolderAfterTheFolderIsLetGo) {
 }
 
 }  // namespace
+
+namespace {
+
+class PathSequence : public testing_support::HostFolderTest {};
+
+// Each path is taken apart only after the text it shares with the path before it: whatever came before,
+// a path must resolve as it does after a path sharing nothing with it.
+TEST_F(PathSequence, APathResolvesTheSameWhateverWasResolvedBefore) {
+    std::string deep = "T:";
+    for (int i = 0; i < 30; ++i) deep += "\\d";
+    for (const char* file : {"Ab/cd/e.txt", "Ab/c/x", "Ab/cd./y", "Ab/dd/z"}) WriteFile(file, "x");
+    std::string deepHost;
+    for (int i = 0; i < 30; ++i) deepHost += "d/";
+    WriteFile(deepHost + "e", "x");
+    WriteFile(deepHost + "dd/f", "x");
+    WriteFile(deepHost.substr(0, deepHost.size() - 2) + "dd/h", "x");
+
+    // The 30th level's sibling "ddd" shares its text's start with "d", under which "d\\x" exists too.
+    const std::string level29 = deep.substr(0, deep.size() - 2);
+    WriteFile(deepHost.substr(0, deepHost.size() - 2) + "ddd/x/h", "x");
+    MakeFolder(deepHost + "d/x");
+
+    const std::vector<std::string> paths = {
+        "T:\\Ab\\cd\\e.txt", "T:\\Ab\\cd", "T:\\Ab\\c\\x", "T:\\Ab\\cd\\e.txt\\", "T:\\Ab\\c", "T:\\ab\\CD\\E.TXT",
+        "T:\\Ab\\cd\\e.tx", "T:\\Ab\\cd\\e.txt.more", "\\\\?\\T:\\Ab\\cd\\e.txt", "T:\\Ab\\c\\x\\..\\x", "T:\\Ab\\cd\\e.txt  ",
+        "T:\\Ab\\cd\uF02E\\y", "T:\\Ab\\dd\\z", "T:\\Ab\\d", "T:\\Ab\\cd\\new", "T:\\Ab\\cd\\e.txt\\new", "T:\\Ab\\c*",
+        deep, deep + "\\e", deep + "\\dd\\f", level29 + "\\dd", level29 + "\\dd\\h", level29 + "\\ddd\\x\\h",
+        deep + "\\E", deep + "\\missing\\f", "\\\\?\\" + deep + "\\e", "T:\\", "T:\\Ab\\..\\..\\Ab"};
+    // What a path resolves to: its host path and its attribute word.
+    auto resolve = [](const std::string& path) {
+        return vlx::Win32ToHostPath(W(path)) + " " + std::to_string(sys().GetFileAttributesW(W(path)));
+    };
+    // A path on another drive shares no text with any of them.
+    std::vector<std::string> expected;
+    for (const std::string& path : paths) {
+        resolve("C:\\");
+        expected.push_back(resolve(path));
+    }
+    EXPECT_EQ(expected[0], Host("Ab/cd/e.txt") + " " + std::to_string(FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(expected[5], expected[0]);
+    EXPECT_EQ(expected[11].substr(0, Host("Ab/cd./y").size()), Host("Ab/cd./y"));
+    EXPECT_EQ(expected[22], Host(deepHost.substr(0, deepHost.size() - 2) + "ddd/x/h") + " " + std::to_string(FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(expected[18], Host(deepHost + "e") + " " + std::to_string(FILE_ATTRIBUTE_ARCHIVE));
+    for (size_t before = 0; before < paths.size(); ++before) {
+        for (size_t after = 0; after < paths.size(); ++after) {
+            resolve(paths[before]);
+            EXPECT_EQ(resolve(paths[after]), expected[after]) << paths[before] << " then " << paths[after];
+        }
+    }
+}
+
+}  // namespace
