@@ -190,40 +190,44 @@ const LPCWSTR kReportHeadings[StreamedReport::kColumns] = {_T("パス"), _T("更
 
 // The report as a table printed row by row: last write and size first, in columns of a fixed width, the
 // path last, since no row can wait for the widest path of the tree. Wide characters take two columns.
+// Each row is made in one reused line, straight from the control's UTF-16 texts, and goes to standard
+// output's buffer; a large tree makes no allocation per row.
 class TablePrinter {
 public:
     TablePrinter() {
+        StreamedReport::Cells rules;
         for (int column = 0; column < StreamedReport::kColumns; ++column) {
-            headings_[column] = Printable(kReportHeadings[column]);
-            widths_[column] = std::max(DisplayWidth(headings_[column]), kWidths[column]);
+            headings_[column] = kReportHeadings[column];
+            widths_[column] = std::max(DisplayWidth(headings_[column].data(), headings_[column].size()), kWidths[column]);
+            rules[column].assign(widths_[column], _T('-'));
         }
-        PrintRow(headings_);
-        std::string rules[StreamedReport::kColumns];
-        for (int column = 0; column < StreamedReport::kColumns; ++column) rules[column].assign(widths_[column], '-');
-        PrintRow(rules);
+        Row(headings_);
+        Row(rules);
     }
     void Row(const StreamedReport::Cells& cells) {
-        std::string texts[StreamedReport::kColumns];
-        for (int column = 0; column < StreamedReport::kColumns; ++column) texts[column] = WStrToUtf8(cells[column]);
-        PrintRow(texts);
+        line_.clear();
+        AppendPadded(cells[1], widths_[1], false);
+        line_ += "  ";
+        AppendPadded(cells[2], widths_[2], true);  // sizes right-aligned, as numbers are
+        line_ += "  ";
+        WStrAppendUtf8(line_, cells[0].data(), cells[0].size());
+        line_ += '\n';
+        std::fwrite(line_.data(), 1, line_.size(), stdout);
     }
 
 private:
     // "YYYY/MM/DD hh:mm", and sizes up to 99,999,999,999 KB; a larger one pushes its path along.
     static constexpr size_t kWidths[StreamedReport::kColumns] = {0, 16, 14};
 
-    void PrintRow(const std::string (&texts)[StreamedReport::kColumns]) {
-        line_.clear();
-        line_ += Pad(texts[1], widths_[1]);
-        line_ += "  ";
-        line_ += Pad(texts[2], widths_[2], true);  // sizes right-aligned, as numbers are
-        line_ += "  ";
-        line_ += texts[0];
-        line_ += '\n';
-        std::fwrite(line_.data(), 1, line_.size(), stdout);
+    void AppendPadded(const WString& text, size_t width, bool right) {
+        const size_t used = DisplayWidth(text.data(), text.size());
+        const size_t fill = used < width ? width - used : 0;
+        if (right) line_.append(fill, ' ');
+        WStrAppendUtf8(line_, text.data(), text.size());
+        if (!right) line_.append(fill, ' ');
     }
 
-    std::string headings_[StreamedReport::kColumns];
+    StreamedReport::Cells headings_;
     size_t widths_[StreamedReport::kColumns] = {};
     std::string line_;
 };
@@ -250,16 +254,21 @@ private:
 };
 
 // The walk's progress: each folder it lists names the folder at hand, and the counters the walk adds to
-// are read there, on the walk's own thread.
+// are read there, on the walk's own thread. The lookup of each file's size passes here too and updates
+// the counts, so that a folder of many files shows its progress, but it names the same folder again and
+// is not copied.
 class WalkFeed {
 public:
     WalkFeed(ProgressLine& line, const ULONGLONG& files, const ULONGLONG& folders, const ULONGLONG& bytes)
         : patch_([&line, &files, &folders, &bytes, this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
-              // The folder is the pattern up to its last backslash.
-              size_t folderLength = WStrLen(pattern);
-              while (folderLength > 0 && pattern[folderLength - 1] != _T('\\')) --folderLength;
-              line.SetCurrent(pattern, folderLength > 0 ? folderLength : WStrLen(pattern));
-              line.AddFolders(folders);
+              if (ListsFolder(pattern)) {
+                  // The folder is the pattern up to its last backslash.
+                  const size_t length = WStrLen(pattern);
+                  size_t folderLength = length;
+                  while (folderLength > 0 && pattern[folderLength - 1] != _T('\\')) --folderLength;
+                  line.SetCurrent(pattern, folderLength > 0 ? folderLength : length);
+                  line.AddFolders(folders);
+              }
               line.Update(files, bytes);
               return patch_.Original()(pattern, data);
           }) {}

@@ -125,6 +125,16 @@ json 'd["files"] == 1500 and len(d["list"]) == 1500 and len({r["path"] for r in 
 run '' -- count --list --quiet 'T:\many'
 check 0 "count --list of many files" --out "files    1500"
 [ "$(grep -c 'T:\\many\\file' "$out")" -eq 1500 ] || fail "the table does not hold every file once"
+# The rows' texts: the day and minute in UTC, bytes under 1 KB and whole KB from there on, in columns.
+mkdir -p "$sandbox/sizes"
+head -c 1023 /dev/zero >"$sandbox/sizes/a.bin"
+head -c 2047 /dev/zero >"$sandbox/sizes/b.bin"
+touch -d '2024-02-29 23:59:59 UTC' "$sandbox/sizes/a.bin" "$sandbox/sizes/b.bin"
+run '' -- count --list --quiet 'T:\sizes'
+check 0 "count --list of two sizes"
+checks=$((checks + 1))
+printf '%s\n' '2024/02/29 23:59     1023 バイト  T:\sizes\a.bin' '2024/02/29 23:59            1 KB  T:\sizes\b.bin' |
+    diff - <(sed -n '3,4p' "$out") >/dev/null || fail "the rows' texts"
 
 # ---- hash
 run '' -- hash --json 'T:\src\a.txt' 'T:\missing.txt'
