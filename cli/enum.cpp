@@ -232,16 +232,32 @@ private:
     std::string line_;
 };
 
-// The report as the "list" array of the JSON document, printed as it grows. Each entry's exact size is
-// read again, since the report's size column is rounded to KB.
+// The report as the "list" array of the JSON document, printed as it grows. Each entry's exact size (the
+// report's size column is rounded to KB) is the one the library's own lookup found for the file just
+// before adding its row. A row is handed on once the next one starts, after that one's lookup, so the
+// last two lookups by plain path are kept; a row whose lookup is gone by then (files left out by a size
+// filter came between) or failed has its size read again.
 class JsonListPrinter {
 public:
-    explicit JsonListPrinter(JsonWriter& json) : json_(json) { json_.Key("list").BeginArray(); }
+    explicit JsonListPrinter(JsonWriter& json)
+        : json_(json), patch_([this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+              HANDLE find = patch_.Original()(pattern, data);
+              if (!ListsFolder(pattern)) {
+                  latest_ ^= 1;
+                  Lookup& kept = lookups_[latest_];
+                  kept.path.assign(pattern);  // keeps its room from file to file
+                  kept.found = find != INVALID_HANDLE_VALUE;
+                  if (kept.found) kept.size = (static_cast<ULONGLONG>(data->nFileSizeHigh) << 32) | data->nFileSizeLow;
+              }
+              return find;
+          }) {
+        json_.Key("list").BeginArray();
+    }
     void Row(const StreamedReport::Cells& cells) {
         json_.BeginObject().Key("path").String(WStrToUtf8(cells[0])).Key("written").String(WStrToUtf8(cells[1]));
         json_.Key("size_text").String(WStrToUtf8(cells[2]));
         ULONGLONG size = 0;
-        if (GetFileLength(CString(cells[0].c_str()), &size) == 1) json_.Key("size").Number(size);
+        if (FoundSize(cells[0], size) || GetFileLength(CString(cells[0].c_str()), &size) == 1) json_.Key("size").Number(size);
         else json_.Key("size").Null();
         json_.EndObject();
         if (json_.text().size() >= kPrintEvery) json_.PrintSoFar();
@@ -250,7 +266,26 @@ public:
 
 private:
     static constexpr size_t kPrintEvery = 64 * 1024;
+    struct Lookup {
+        WString path;
+        bool found = false;
+        ULONGLONG size = 0;
+    };
+
+    bool FoundSize(const WString& path, ULONGLONG& size) const {
+        for (const Lookup& kept : lookups_) {
+            if (kept.found && kept.path == path) {
+                size = kept.size;
+                return true;
+            }
+        }
+        return false;
+    }
+
     JsonWriter& json_;
+    Lookup lookups_[2];
+    size_t latest_ = 0;
+    ApiPatch<&Win32Api::FindFirstFileW> patch_;
 };
 
 // The walk's progress: each folder it lists names the folder at hand, and the counters the walk adds to

@@ -135,6 +135,10 @@ check 0 "count --list of two sizes"
 checks=$((checks + 1))
 printf '%s\n' '2024/02/29 23:59     1023 バイト  T:\sizes\a.bin' '2024/02/29 23:59            1 KB  T:\sizes\b.bin' |
     diff - <(sed -n '3,4p' "$out") >/dev/null || fail "the rows' texts"
+run '' -- count --list --json --quiet --max-size 1500 'T:\sizes'
+json '[r["size"] for r in d["list"]] == [1023] and d["bytes"] == 3070' "the exact size of a row, with a file left out by size after it"
+run '' -- count --list --json --quiet 'T:\sizes'
+json '[(r["size"], r["size_text"]) for r in d["list"]] == [(1023, "1023 バイト"), (2047, "1 KB")]' "the exact sizes beside the rounded ones"
 
 # ---- hash
 run '' -- hash --json 'T:\src\a.txt' 'T:\missing.txt'
