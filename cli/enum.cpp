@@ -190,54 +190,74 @@ const LPCWSTR kReportHeadings[StreamedReport::kColumns] = {_T("パス"), _T("更
 
 // The report as a table printed row by row: last write and size first, in columns of a fixed width, the
 // path last, since no row can wait for the widest path of the tree. Wide characters take two columns.
+// Each row is made in one reused line, straight from the control's UTF-16 texts, and goes to standard
+// output's buffer; a large tree makes no allocation per row.
 class TablePrinter {
 public:
     TablePrinter() {
+        StreamedReport::Cells rules;
         for (int column = 0; column < StreamedReport::kColumns; ++column) {
-            headings_[column] = Printable(kReportHeadings[column]);
-            widths_[column] = std::max(DisplayWidth(headings_[column]), kWidths[column]);
+            headings_[column] = kReportHeadings[column];
+            widths_[column] = std::max(DisplayWidth(headings_[column].data(), headings_[column].size()), kWidths[column]);
+            rules[column].assign(widths_[column], _T('-'));
         }
-        PrintRow(headings_);
-        std::string rules[StreamedReport::kColumns];
-        for (int column = 0; column < StreamedReport::kColumns; ++column) rules[column].assign(widths_[column], '-');
-        PrintRow(rules);
+        Row(headings_);
+        Row(rules);
     }
     void Row(const StreamedReport::Cells& cells) {
-        std::string texts[StreamedReport::kColumns];
-        for (int column = 0; column < StreamedReport::kColumns; ++column) texts[column] = WStrToUtf8(cells[column]);
-        PrintRow(texts);
+        line_.clear();
+        AppendPadded(cells[1], widths_[1], false);
+        line_ += "  ";
+        AppendPadded(cells[2], widths_[2], true);  // sizes right-aligned, as numbers are
+        line_ += "  ";
+        WStrAppendUtf8(line_, cells[0].data(), cells[0].size());
+        line_ += '\n';
+        std::fwrite(line_.data(), 1, line_.size(), stdout);
     }
 
 private:
     // "YYYY/MM/DD hh:mm", and sizes up to 99,999,999,999 KB; a larger one pushes its path along.
     static constexpr size_t kWidths[StreamedReport::kColumns] = {0, 16, 14};
 
-    void PrintRow(const std::string (&texts)[StreamedReport::kColumns]) {
-        line_.clear();
-        line_ += Pad(texts[1], widths_[1]);
-        line_ += "  ";
-        line_ += Pad(texts[2], widths_[2], true);  // sizes right-aligned, as numbers are
-        line_ += "  ";
-        line_ += texts[0];
-        line_ += '\n';
-        std::fwrite(line_.data(), 1, line_.size(), stdout);
+    void AppendPadded(const WString& text, size_t width, bool right) {
+        const size_t used = DisplayWidth(text.data(), text.size());
+        const size_t fill = used < width ? width - used : 0;
+        if (right) line_.append(fill, ' ');
+        WStrAppendUtf8(line_, text.data(), text.size());
+        if (!right) line_.append(fill, ' ');
     }
 
-    std::string headings_[StreamedReport::kColumns];
+    StreamedReport::Cells headings_;
     size_t widths_[StreamedReport::kColumns] = {};
     std::string line_;
 };
 
-// The report as the "list" array of the JSON document, printed as it grows. Each entry's exact size is
-// read again, since the report's size column is rounded to KB.
+// The report as the "list" array of the JSON document, printed as it grows. Each entry's exact size (the
+// report's size column is rounded to KB) is the one the library's own lookup found for the file just
+// before adding its row. A row is handed on once the next one starts, after that one's lookup, so the
+// last two lookups by plain path are kept; a row whose lookup is gone by then (files left out by a size
+// filter came between) or failed has its size read again.
 class JsonListPrinter {
 public:
-    explicit JsonListPrinter(JsonWriter& json) : json_(json) { json_.Key("list").BeginArray(); }
+    explicit JsonListPrinter(JsonWriter& json)
+        : json_(json), patch_([this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+              HANDLE find = patch_.Original()(pattern, data);
+              if (!ListsFolder(pattern)) {
+                  latest_ ^= 1;
+                  Lookup& kept = lookups_[latest_];
+                  kept.path.assign(pattern);  // keeps its room from file to file
+                  kept.found = find != INVALID_HANDLE_VALUE;
+                  if (kept.found) kept.size = (static_cast<ULONGLONG>(data->nFileSizeHigh) << 32) | data->nFileSizeLow;
+              }
+              return find;
+          }) {
+        json_.Key("list").BeginArray();
+    }
     void Row(const StreamedReport::Cells& cells) {
         json_.BeginObject().Key("path").String(WStrToUtf8(cells[0])).Key("written").String(WStrToUtf8(cells[1]));
         json_.Key("size_text").String(WStrToUtf8(cells[2]));
         ULONGLONG size = 0;
-        if (GetFileLength(CString(cells[0].c_str()), &size) == 1) json_.Key("size").Number(size);
+        if (FoundSize(cells[0], size) || GetFileLength(CString(cells[0].c_str()), &size) == 1) json_.Key("size").Number(size);
         else json_.Key("size").Null();
         json_.EndObject();
         if (json_.text().size() >= kPrintEvery) json_.PrintSoFar();
@@ -246,20 +266,44 @@ public:
 
 private:
     static constexpr size_t kPrintEvery = 64 * 1024;
+    struct Lookup {
+        WString path;
+        bool found = false;
+        ULONGLONG size = 0;
+    };
+
+    bool FoundSize(const WString& path, ULONGLONG& size) const {
+        for (const Lookup& kept : lookups_) {
+            if (kept.found && kept.path == path) {
+                size = kept.size;
+                return true;
+            }
+        }
+        return false;
+    }
+
     JsonWriter& json_;
+    Lookup lookups_[2];
+    size_t latest_ = 0;
+    ApiPatch<&Win32Api::FindFirstFileW> patch_;
 };
 
 // The walk's progress: each folder it lists names the folder at hand, and the counters the walk adds to
-// are read there, on the walk's own thread.
+// are read there, on the walk's own thread. The lookup of each file's size passes here too and updates
+// the counts, so that a folder of many files shows its progress, but it names the same folder again and
+// is not copied.
 class WalkFeed {
 public:
     WalkFeed(ProgressLine& line, const ULONGLONG& files, const ULONGLONG& folders, const ULONGLONG& bytes)
         : patch_([&line, &files, &folders, &bytes, this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
-              // The folder is the pattern up to its last backslash.
-              size_t folderLength = WStrLen(pattern);
-              while (folderLength > 0 && pattern[folderLength - 1] != _T('\\')) --folderLength;
-              line.SetCurrent(pattern, folderLength > 0 ? folderLength : WStrLen(pattern));
-              line.AddFolders(folders);
+              if (ListsFolder(pattern)) {
+                  // The folder is the pattern up to its last backslash.
+                  const size_t length = WStrLen(pattern);
+                  size_t folderLength = length;
+                  while (folderLength > 0 && pattern[folderLength - 1] != _T('\\')) --folderLength;
+                  line.SetCurrent(pattern, folderLength > 0 ? folderLength : length);
+                  line.AddFolders(folders);
+              }
               line.Update(files, bytes);
               return patch_.Original()(pattern, data);
           }) {}

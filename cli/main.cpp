@@ -1,8 +1,9 @@
 // velmora: the command-line host of the library. Global options, then a subcommand and its arguments.
+#include <unistd.h>
+
+#include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
-#include <unistd.h>
 
 #include "../frame/version.h"
 #include "../platform/linux/host.h"
@@ -80,6 +81,10 @@ int UsageError(const Command& command, const std::string& message) {
 }  // namespace cli
 
 int main(int argc, char** argv) {
+    // Into a file or a pipe, a command's output (the list report's rows, thousands of them) leaves in
+    // large writes rather than one per page; a terminal keeps the line buffering that shows each row.
+    static char outputBuffer[1 << 16];
+    if (!isatty(STDOUT_FILENO)) std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
     std::vector<std::string> args(argv + 1, argv + argc);
     // --disk IMAGE[:LETTERS] may stand anywhere, so that it can follow any command; its images stay
     // attached for the run and are detached (and so flushed) at the end.

@@ -125,18 +125,22 @@ size_t DisplayColumns(char32_t c) {
     return wide ? 2 : 1;
 }
 
-size_t DisplayWidth(const std::string& utf8) {
-    const WString text = WStrFromUtf8(utf8);
+size_t DisplayWidth(LPCWSTR text, size_t length) {
     size_t width = 0;
-    for (size_t at = 0; at < text.size(); ++at) {
+    for (size_t at = 0; at < length; ++at) {
         char32_t c = text[at];
-        if (c >= 0xD800 && c <= 0xDBFF && at + 1 < text.size() && text[at + 1] >= 0xDC00 && text[at + 1] <= 0xDFFF) {
+        if (c >= 0xD800 && c <= 0xDBFF && at + 1 < length && text[at + 1] >= 0xDC00 && text[at + 1] <= 0xDFFF) {
             c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
             ++at;
         }
         width += DisplayColumns(c);
     }
     return width;
+}
+
+size_t DisplayWidth(const std::string& utf8) {
+    const WString text = WStrFromUtf8(utf8);
+    return DisplayWidth(text.data(), text.size());
 }
 
 std::string Pad(const std::string& text, size_t width, bool right) {

@@ -26,8 +26,10 @@ inline std::string ErrorWords(DWORD code) { return CodeWords(CodeSource::Win32, 
 // Columns a character takes on a terminal: East Asian wide and full-width characters two, combining
 // marks none, the rest one.
 size_t DisplayColumns(char32_t character);
-// Columns a UTF-8 text takes, and the text padded with spaces to width columns (on the left when right).
+// Columns a UTF-8 text, or length UTF-16 units, take; and the text padded with spaces to width columns
+// (on the left when right).
 size_t DisplayWidth(const std::string& utf8);
+size_t DisplayWidth(LPCWSTR text, size_t length);
 std::string Pad(const std::string& text, size_t width, bool right = false);
 
 }  // namespace cli

@@ -32,6 +32,15 @@ std::string FolderOfPattern(LPCWSTR pattern) {
 
 }  // namespace
 
+bool ListsFolder(LPCWSTR pattern) {
+    bool wildcard = false;
+    for (LPCWSTR unit = pattern; unit != nullptr && *unit != 0; ++unit) {
+        if (*unit == _T('\\') || *unit == _T('/')) wildcard = false;
+        else if (*unit == _T('*') || *unit == _T('?')) wildcard = true;
+    }
+    return wildcard;
+}
+
 FailureWatch::FailureWatch(unsigned watched) : patches_(new Patches) {
     Patches& p = *patches_;
     if (watched & kListing) {
@@ -41,7 +50,7 @@ FailureWatch::FailureWatch(unsigned watched) : patches_(new Patches) {
             const DWORD code = sys().GetLastError();
             if (find == INVALID_HANDLE_VALUE && code != ERROR_FILE_NOT_FOUND) {
                 // A pattern lists a folder; a plain path looks one entry up (a folder about to be made).
-                const bool listing = WString(pattern).find_first_of(_T("*?")) != WString::npos;
+                const bool listing = ListsFolder(pattern);
                 p.failures.push_back({listing ? "cannot list" : "cannot reach", listing ? FolderOfPattern(pattern) : Printable(pattern), code});
                 sys().SetLastError(code);
             }

@@ -39,6 +39,10 @@ private:
     Patches* patches_;
 };
 
+// Whether a FindFirstFileW pattern lists a folder (its last part holds a wildcard) rather than looking up
+// one entry by its plain path, as the size and date lookups of the exports do for every file.
+bool ListsFolder(LPCWSTR pattern);
+
 // Whether destination is source or lies inside it, through links too: a copy there would copy into
 // itself. Folders that do not exist yet are judged by the nearest one above them that does.
 bool InsideSource(const CString& source, const CString& destination);

@@ -263,13 +263,11 @@ WString WStrFromUtf8(const std::string& text) {
     return out;
 }
 
-std::string WStrToUtf8(const WString& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
+void WStrAppendUtf8(std::string& out, LPCWSTR text, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
         uint32_t code = text[i];
         if (code >= 0xD800 && code < 0xE000) {
-            if (code < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
+            if (code < 0xDC00 && i + 1 < length && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
                 code = 0x10000 + ((code - 0xD800) << 10) + (text[i + 1] - 0xDC00);
                 ++i;
             } else {
@@ -292,6 +290,12 @@ std::string WStrToUtf8(const WString& text) {
             out += static_cast<char>(0x80 | (code & 0x3F));
         }
     }
+}
+
+std::string WStrToUtf8(const WString& text) {
+    std::string out;
+    out.reserve(text.size());
+    WStrAppendUtf8(out, text.data(), text.size());
     return out;
 }
 

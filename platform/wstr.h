@@ -44,6 +44,8 @@ bool WStrCopy(LPWSTR buffer, size_t capacity, LPCWSTR text);
 WString WStrFromUtf8(const std::string& text);
 std::string WStrToUtf8(const WString& text);
 std::string WStrToUtf8(LPCWSTR text);
+// The UTF-8 form of length units appended to out, so that a caller that writes many texts can keep one buffer.
+void WStrAppendUtf8(std::string& out, LPCWSTR text, size_t length);
 // The one well-formed UTF-8 sequence at text[at], if there is one: its code point and its length in bytes.
 bool DecodeUtf8At(const std::string& text, size_t at, uint32_t& code, size_t& length);
 // Appends a code point (at most U+10FFFF, not a surrogate) as UTF-16 units.

@@ -52,10 +52,25 @@ TEST(CliColumns, WideCharactersTakeTwoAndMarksNone) {
         {"\xF0\xA0\x80\x8B", 2},  // U+2000B, a CJK ideograph outside the BMP
         {"e\xCC\x81", 1},         // e and a combining acute accent
     };
-    for (const auto& c : cases) EXPECT_EQ(cli::DisplayWidth(c.text), c.columns) << c.text;
+    for (const auto& c : cases) {
+        EXPECT_EQ(cli::DisplayWidth(c.text), c.columns) << c.text;
+        const WString units = WStrFromUtf8(c.text);
+        EXPECT_EQ(cli::DisplayWidth(units.data(), units.size()), c.columns) << c.text << " as UTF-16";
+    }
     EXPECT_EQ(cli::Pad("報告", 6), "報告  ");
     EXPECT_EQ(cli::Pad("12", 5, true), "   12");
     EXPECT_EQ(cli::Pad("too long", 3), "too long");
+}
+
+TEST(CliColumns, Utf16IsAppendedAsUtf8UpToItsLengthAlone) {
+    std::string line = "kept ";
+    const WString path = _T("C:\\報告\xD840\xDC0B.txt");  // U+2000B as a surrogate pair
+    WStrAppendUtf8(line, path.data(), path.size());
+    EXPECT_EQ(line, "kept C:\\\xE5\xA0\xB1\xE5\x91\x8A\xF0\xA0\x80\x8B.txt");
+    // A pair cut by the length is a lone surrogate there: the unit past the end is not read.
+    line.clear();
+    WStrAppendUtf8(line, path.data(), 6);
+    EXPECT_EQ(line, "C:\\\xE5\xA0\xB1\xE5\x91\x8A\xEF\xBF\xBD");
 }
 
 TEST(CliJson, StringsAreEscapedAndCommasFallBetweenValues) {

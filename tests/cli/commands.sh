@@ -125,6 +125,20 @@ json 'd["files"] == 1500 and len(d["list"]) == 1500 and len({r["path"] for r in 
 run '' -- count --list --quiet 'T:\many'
 check 0 "count --list of many files" --out "files    1500"
 [ "$(grep -c 'T:\\many\\file' "$out")" -eq 1500 ] || fail "the table does not hold every file once"
+# The rows' texts: the day and minute in UTC, bytes under 1 KB and whole KB from there on, in columns.
+mkdir -p "$sandbox/sizes"
+head -c 1023 /dev/zero >"$sandbox/sizes/a.bin"
+head -c 2047 /dev/zero >"$sandbox/sizes/b.bin"
+touch -d '2024-02-29 23:59:59 UTC' "$sandbox/sizes/a.bin" "$sandbox/sizes/b.bin"
+run '' -- count --list --quiet 'T:\sizes'
+check 0 "count --list of two sizes"
+checks=$((checks + 1))
+printf '%s\n' '2024/02/29 23:59     1023 バイト  T:\sizes\a.bin' '2024/02/29 23:59            1 KB  T:\sizes\b.bin' |
+    diff - <(sed -n '3,4p' "$out") >/dev/null || fail "the rows' texts"
+run '' -- count --list --json --quiet --max-size 1500 'T:\sizes'
+json '[r["size"] for r in d["list"]] == [1023] and d["bytes"] == 3070' "the exact size of a row, with a file left out by size after it"
+run '' -- count --list --json --quiet 'T:\sizes'
+json '[(r["size"], r["size_text"]) for r in d["list"]] == [(1023, "1023 バイト"), (2047, "1 KB")]' "the exact sizes beside the rounded ones"
 
 # ---- hash
 run '' -- hash --json 'T:\src\a.txt' 'T:\missing.txt'

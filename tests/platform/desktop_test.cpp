@@ -54,6 +54,41 @@ TEST_F(Desktop, SendRunsTheProcedureAtOnceAndReturnsItsResult) {
     EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
 }
 
+WNDPROC g_subclassed = nullptr;
+LRESULT CALLBACK DoublingSubclass(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_APP) return 2 * g_subclassed(window, message, wParam, lParam);
+    return g_subclassed(window, message, wParam, lParam);
+}
+
+TEST_F(Desktop, SubclassingTakesEffectAtTheNextSendAndAProcedureMayDestroyItsOwnWindow) {
+    HWND window = Make(_T("subclassed"));
+    ASSERT_NE(window, nullptr);
+    EXPECT_EQ(sys().SetWindowLongPtrW(window, GWLP_USERDATA, 7), 0);
+    EXPECT_EQ(sys().GetWindowLongPtrW(window, GWLP_USERDATA), 7);
+    g_subclassed = reinterpret_cast<WNDPROC>(
+        sys().SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(DoublingSubclass)));
+    EXPECT_EQ(g_subclassed, RecordingProc);
+    EXPECT_EQ(sys().SendMessageW(window, WM_APP, 5, 0), 20);
+
+    // WM_CLOSE reaches the default procedure through both, and it destroys the window mid-send.
+    EXPECT_EQ(sys().SendMessageW(window, WM_CLOSE, 0, 0), 0);
+    EXPECT_FALSE(sys().IsWindow(window));
+    for (const int index : {GWLP_USERDATA, GWLP_WNDPROC}) {
+        sys().SetLastError(0xdeadbeef);
+        EXPECT_EQ(sys().GetWindowLongPtrW(window, index), 0);
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+        sys().SetLastError(0xdeadbeef);
+        EXPECT_EQ(sys().SetWindowLongPtrW(window, index, 1), 0);
+        EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+    }
+
+    HWND other = Make(_T("other"));
+    sys().SetLastError(0xdeadbeef);
+    EXPECT_EQ(sys().GetWindowLongPtrW(other, 12345), 0);
+    EXPECT_EQ(sys().GetLastError(), static_cast<DWORD>(ERROR_INVALID_INDEX));
+    sys().DestroyWindow(other);
+}
+
 TEST_F(Desktop, UnknownClassFails) {
     sys().SetLastError(0xdeadbeef);
     EXPECT_EQ(sys().CreateWindowExW(0, _T("NoSuchClass"), _T(""), 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr), nullptr);

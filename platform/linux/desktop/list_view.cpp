@@ -1,7 +1,6 @@
 // The list-view control class (WC_LISTVIEWW): it keeps its columns and rows, so that the library can
 // report into it and hosts and tests can read back what was reported.
 #include <algorithm>
-#include <map>
 #include <mutex>
 #include <vector>
 
@@ -19,11 +18,34 @@ struct Column {
     int subItem = 0;
 };
 
+// A text as the control keeps it: none for null and for the callback marker, whose texts the owner
+// would supply on demand.
+void AssignText(WString& kept, LPCWSTR text) {
+    if (text == nullptr || text == LPSTR_TEXTCALLBACKW) kept.clear();
+    else kept.assign(text);
+}
+
 struct Row {
-    std::map<int, WString> texts;  // by subitem; 0 is the item's own text
+    // By subitem, 0 being the item's own text. A row has a text for few columns, so a short list searched
+    // in order costs less than a tree, and a report's rows, made by the thousand, allocate less.
+    std::vector<std::pair<int, WString>> texts;
     UINT state = 0;
     int image = 0;
     LPARAM param = 0;
+
+    const WString* Text(int subItem) const {
+        for (const auto& [column, text] : texts) {
+            if (column == subItem) return &text;
+        }
+        return nullptr;
+    }
+    void SetText(int subItem, LPCWSTR text) {
+        for (auto& [column, kept] : texts) {
+            if (column == subItem) return AssignText(kept, text);
+        }
+        texts.emplace_back(subItem, WString());
+        AssignText(texts.back().second, text);
+    }
 };
 
 class ListViewState : public ControlState {
@@ -47,16 +69,18 @@ int CopyOut(const WString& text, LPWSTR buffer, int capacity) {
     return static_cast<int>(count);
 }
 
-WString TextOf(LPCWSTR text) { return text == nullptr || text == LPSTR_TEXTCALLBACKW ? WString() : WString(text); }
+const WString& ItemText(const Row& row) {
+    static const WString none;
+    const WString* text = row.Text(0);
+    return text != nullptr ? *text : none;
+}
 
 // Where a sorting control puts a new row: after every row that does not sort after it, as comctl32 does.
 size_t SortedPosition(const ListViewState& state, const WString& text) {
     const bool descending = (state.style & LVS_SORTDESCENDING) != 0;
     size_t at = 0;
     for (; at < state.rows.size(); ++at) {
-        auto found = state.rows[at].texts.find(0);
-        const WString existing = found == state.rows[at].texts.end() ? WString() : found->second;
-        const int order = WStrICmp(text.c_str(), existing.c_str());
+        const int order = WStrICmp(text.c_str(), ItemText(state.rows[at]).c_str());
         if (descending ? order > 0 : order < 0) break;
     }
     return at;
@@ -65,12 +89,13 @@ size_t SortedPosition(const ListViewState& state, const WString& text) {
 LRESULT InsertItem(ListViewState& state, const LVITEMW* item) {
     if (item == nullptr || item->iSubItem != 0 || item->iItem < 0) return -1;
     Row row;
-    if (item->mask & LVIF_TEXT) row.texts[0] = TextOf(item->pszText);
+    row.texts.reserve(std::max<size_t>(state.columns.size(), 1));  // room for the texts a report row gets
+    if (item->mask & LVIF_TEXT) row.SetText(0, item->pszText);
     if (item->mask & LVIF_STATE) row.state = item->state & item->stateMask;
     if (item->mask & LVIF_IMAGE) row.image = item->iImage;
     if (item->mask & LVIF_PARAM) row.param = item->lParam;
     size_t at = std::min(static_cast<size_t>(item->iItem), state.rows.size());
-    if (state.style & (LVS_SORTASCENDING | LVS_SORTDESCENDING)) at = SortedPosition(state, row.texts[0]);
+    if (state.style & (LVS_SORTASCENDING | LVS_SORTDESCENDING)) at = SortedPosition(state, ItemText(row));
     state.rows.insert(state.rows.begin() + static_cast<std::ptrdiff_t>(at), std::move(row));
     return static_cast<LRESULT>(at);
 }
@@ -79,7 +104,7 @@ LRESULT InsertColumn(ListViewState& state, WPARAM index, const LVCOLUMNW* column
     if (column == nullptr) return -1;
     Column added;
     const size_t at = std::min(static_cast<size_t>(index), state.columns.size());
-    if (column->mask & LVCF_TEXT) added.heading = TextOf(column->pszText);
+    if (column->mask & LVCF_TEXT) AssignText(added.heading, column->pszText);
     if (column->mask & LVCF_FMT) added.format = column->fmt;
     if (column->mask & LVCF_WIDTH) added.width = column->cx;
     added.subItem = (column->mask & LVCF_SUBITEM) ? column->iSubItem : static_cast<int>(at);
@@ -100,16 +125,15 @@ LRESULT GetColumn(const ListViewState& state, WPARAM index, LVCOLUMNW* column) {
 LRESULT SetItemText(ListViewState& state, WPARAM index, const LVITEMW* item) {
     // A subitem is shown only under a column of its own; without one there is nowhere to keep the text.
     if (item == nullptr || index >= state.rows.size() || !state.HasSubItem(item->iSubItem)) return FALSE;
-    state.rows[index].texts[item->iSubItem] = TextOf(item->pszText);
+    state.rows[index].SetText(item->iSubItem, item->pszText);
     return TRUE;
 }
 
 LRESULT GetItemText(const ListViewState& state, WPARAM index, LVITEMW* item) {
     if (item == nullptr) return 0;
     if (index >= state.rows.size()) return CopyOut(WString(), item->pszText, item->cchTextMax);
-    const auto& texts = state.rows[index].texts;
-    auto found = texts.find(item->iSubItem);
-    return CopyOut(found == texts.end() ? WString() : found->second, item->pszText, item->cchTextMax);
+    const WString* text = state.rows[index].Text(item->iSubItem);
+    return CopyOut(text != nullptr ? *text : WString(), item->pszText, item->cchTextMax);
 }
 
 LRESULT GetItem(const ListViewState& state, LVITEMW* item) {

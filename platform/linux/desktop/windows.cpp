@@ -68,14 +68,18 @@ uintptr_t g_nextWindow = 0x10010;
 uint64_t g_nextOrder = 1;
 ATOM g_nextAtom = 0xC000;
 
-std::shared_ptr<Window> FindWindowLocked(HWND handle) {
+// The window while g_lock is held; the messages sent for every row of a report come through here, so a
+// look at a window takes no reference of its own.
+Window* FindWindowLocked(HWND handle) {
     auto it = g_windows.find(reinterpret_cast<uintptr_t>(handle));
-    return it == g_windows.end() ? nullptr : it->second;
+    return it == g_windows.end() ? nullptr : it->second.get();
 }
 
+// The window beyond the lock: it stays valid even when it is destroyed meanwhile.
 std::shared_ptr<Window> Lookup(HWND handle) {
     std::lock_guard guard(g_lock);
-    return FindWindowLocked(handle);
+    auto it = g_windows.find(reinterpret_cast<uintptr_t>(handle));
+    return it == g_windows.end() ? nullptr : it->second;
 }
 
 WindowClassEntry* FindClassLocked(LPCWSTR name) {
@@ -269,12 +273,22 @@ LRESULT WINAPI DefWindowProcW(HWND handle, UINT message, WPARAM wParam, LPARAM l
     }
 }
 
-BOOL WINAPI IsWindow(HWND handle) { return Lookup(handle) ? TRUE : FALSE; }
+BOOL WINAPI IsWindow(HWND handle) {
+    std::lock_guard guard(g_lock);
+    return FindWindowLocked(handle) != nullptr ? TRUE : FALSE;
+}
 
 LRESULT WINAPI SendMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto window = Lookup(handle);
-    if (!window) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LRESULT>(0));
-    return window->procedure(handle, message, wParam, lParam);
+    // The procedure is taken under the lock, since another thread may subclass the window meanwhile, and
+    // called without it: it may send messages of its own or destroy its window.
+    WNDPROC procedure = nullptr;
+    {
+        std::lock_guard guard(g_lock);
+        const Window* window = FindWindowLocked(handle);
+        if (window == nullptr) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LRESULT>(0));
+        procedure = window->procedure;
+    }
+    return procedure(handle, message, wParam, lParam);
 }
 
 BOOL WINAPI PostMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -412,9 +426,9 @@ BOOL WINAPI IsWindowVisible(HWND handle) {
 }
 
 LONG_PTR WINAPI GetWindowLongPtrW(HWND handle, int index) {
-    auto window = Lookup(handle);
-    if (!window) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LONG_PTR>(0));
     std::lock_guard guard(g_lock);
+    const Window* window = FindWindowLocked(handle);
+    if (window == nullptr) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LONG_PTR>(0));
     switch (index) {
         case GWLP_USERDATA: return window->userData;
         case GWLP_WNDPROC: return reinterpret_cast<LONG_PTR>(window->procedure);
@@ -425,9 +439,9 @@ LONG_PTR WINAPI GetWindowLongPtrW(HWND handle, int index) {
 }
 
 LONG_PTR WINAPI SetWindowLongPtrW(HWND handle, int index, LONG_PTR value) {
-    auto window = Lookup(handle);
-    if (!window) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LONG_PTR>(0));
     std::lock_guard guard(g_lock);
+    Window* window = FindWindowLocked(handle);
+    if (window == nullptr) return Fail(ERROR_INVALID_WINDOW_HANDLE, static_cast<LONG_PTR>(0));
     LONG_PTR previous = 0;
     switch (index) {
         case GWLP_USERDATA: previous = window->userData; window->userData = value; break;
