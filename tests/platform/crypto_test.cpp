@@ -1,14 +1,11 @@
 // CryptoAPI hashing on OpenSSL: digests of known inputs, and the failures Windows gives.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "../../platform/api.h"
 #include "../../platform/linux/host.h"
-#include "../support/thread_count.h"
 
 namespace {
 
@@ -53,52 +50,6 @@ protected:
     }
 
     size_t handlesBefore_ = 0;
-};
-
-// Bytes 0, 1, ... 250, 0, 1, ...: a piece handed over twice or out of order changes the digest.
-std::vector<BYTE> Pattern(size_t length) {
-    std::vector<BYTE> bytes(length);
-    for (size_t i = 0; i < length; ++i) bytes[i] = static_cast<BYTE>(i % 251);
-    return bytes;
-}
-
-// A hash object fed in pieces of the given sizes, repeated until the data runs out.
-class FedHash {
-public:
-    FedHash() {
-        EXPECT_TRUE(sys().CryptAcquireContextW(&provider_, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
-        EXPECT_TRUE(sys().CryptCreateHash(provider_, CALG_MD5, 0, 0, &hash_));
-    }
-    ~FedHash() {
-        if (hash_ != 0) {
-            EXPECT_TRUE(sys().CryptDestroyHash(hash_));
-        }
-        EXPECT_TRUE(sys().CryptReleaseContext(provider_, 0));
-    }
-    FedHash(const FedHash&) = delete;
-    FedHash& operator=(const FedHash&) = delete;
-
-    void Feed(const std::vector<BYTE>& data, const std::vector<DWORD>& pieces) {
-        for (size_t at = 0, piece = 0; at < data.size(); piece = (piece + 1) % pieces.size()) {
-            const DWORD length = static_cast<DWORD>(std::min<size_t>(pieces[piece], data.size() - at));
-            ASSERT_TRUE(sys().CryptHashData(hash_, data.data() + at, length, 0));
-            at += length;
-        }
-    }
-    std::string Value() {
-        BYTE value[16] = {};
-        DWORD length = sizeof value;
-        return sys().CryptGetHashParam(hash_, HP_HASHVAL, value, &length, 0) ? Hex(value, length) : "value failed";
-    }
-    void Destroy() {
-        EXPECT_TRUE(sys().CryptDestroyHash(hash_));
-        hash_ = 0;
-    }
-    HCRYPTHASH get() const { return hash_; }
-
-private:
-    HCRYPTPROV provider_ = 0;
-    HCRYPTHASH hash_ = 0;
 };
 
 TEST_F(CryptoApi, HashesKnownInputsWithEachProvidersAlgorithms) {
@@ -158,47 +109,6 @@ TEST_F(CryptoApi, RefusesWhatWindowsRefusesWithItsCodes) {
     ExpectFails([&] { return sys().CryptDestroyHash(provider); }, NTE_BAD_HASH, "provider as hash");
     EXPECT_TRUE(sys().CryptReleaseContext(provider, 0));
     ExpectFails([&] { return sys().CryptReleaseContext(provider, 0); }, NTE_BAD_UID, "released twice");
-}
-
-}  // namespace
-
-namespace {
-
-// Past the first MiB a hash object hands its data to a thread of its own. Whatever the pieces, the digest
-// is that of the bytes in order, as one call (hashed on the caller's thread alone) gives it.
-TEST_F(CryptoApi, LongInputsGiveTheSameDigestInAnyPiecesAndLeaveNoThreadBehind) {
-    const size_t threadsBefore = testing_support::ThreadCount();
-    const std::vector<BYTE> data = Pattern((3u << 20) + 65537);
-    std::string whole;
-    {
-        FedHash once;
-        once.Feed(data, {static_cast<DWORD>(data.size())});
-        whole = once.Value();
-    }
-    const std::vector<std::vector<DWORD>> feeds = {
-        {65536},               // a file read in blocks
-        {65535, 1},            // blocks that straddle every edge
-        {1, 3, 7, 65521},      // small pieces that are gathered, between full blocks
-        {300000},              // pieces larger than a block and than half the queue
-        {(1u << 20) - 1, 2},   // the move to the thread in the middle of a piece's pair
-    };
-    for (const auto& pieces : feeds) {
-        FedHash fed;
-        fed.Feed(data, pieces);
-        EXPECT_EQ(fed.Value(), whole) << pieces.front();
-        // The value closes the hash, and its thread with it, before the handle is destroyed.
-        EXPECT_EQ(testing_support::ThreadCount(), threadsBefore) << pieces.front();
-        ExpectFails([&] { return sys().CryptHashData(fed.get(), data.data(), 1, 0); }, NTE_BAD_HASH_STATE, "after value");
-    }
-}
-
-TEST_F(CryptoApi, HashDestroyedWithDataStillQueuedEndsItsThread) {
-    const size_t threadsBefore = testing_support::ThreadCount();
-    const std::vector<BYTE> data = Pattern(4u << 20);
-    FedHash fed;
-    fed.Feed(data, {65536});
-    fed.Destroy();
-    EXPECT_EQ(testing_support::ThreadCount(), threadsBefore);
 }
 
 }  // namespace

@@ -1,20 +1,9 @@
 // CryptoAPI hashing on OpenSSL: verify-context providers and hash objects in the handle table.
-//
-// A hash object that has taken a file's worth of data hands every further block to a thread of its own,
-// so that a caller that reads and feeds block by block reads the next block while this one is hashed: a
-// long file then costs what its digest costs, not that plus its reads. Blocks are hashed in the order
-// they were given; the value, the object's destruction and a failure that the thread met are all told
-// to the caller only after every block given before has been hashed, so no caller can tell the thread is
-// there but by the time it takes. The thread ends with the object's value or with the object.
 #include <openssl/evp.h>
 
-#include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <mutex>
-#include <thread>
-#include <vector>
 
 #include "../core/internal.h"
 #include "../core/table.h"
@@ -46,159 +35,20 @@ public:
     const DWORD type;
 };
 
-// Data hashed on the caller's thread before a thread of the object's own takes over. Starting a thread
-// costs what hashing some 50 KiB does, and the thread wins back only the caller's reads beside the hash:
-// a file below this is done before the thread would pay for itself.
-constexpr size_t kInlineBytes = 1 << 20;
-// Data given to the worker and not yet hashed. A caller that is ahead waits when this much is queued and
-// goes on once half of it is hashed, so that both sides run for many blocks between two waits instead of
-// waking each other at every block.
-constexpr size_t kQueuedBytesHigh = 1 << 20;
-constexpr size_t kQueuedBytesLow = kQueuedBytesHigh / 2;
-// Small pieces given one after another are gathered into blocks of up to this size, so that a caller
-// that feeds a byte at a time queues a few blocks, not a million of them.
-constexpr size_t kGatheredBytes = 65536;
-
 class CryptHash : public KernelObject {
 public:
-    CryptHash(ALG_ID algorithm_, EVP_MD_CTX* context)
-        : algorithm(algorithm_), digestSize(static_cast<DWORD>(EVP_MD_CTX_get_size(context))), context_(context) {}
-    ~CryptHash() override {
-        StopWorker();
-        EVP_MD_CTX_free(context_);
-    }
+    CryptHash(ALG_ID algorithm_, EVP_MD_CTX* context_) : algorithm(algorithm_), context(context_) {}
+    ~CryptHash() override { EVP_MD_CTX_free(context); }
     CryptHash(const CryptHash&) = delete;
     CryptHash& operator=(const CryptHash&) = delete;
 
+    std::mutex lock;
     const ALG_ID algorithm;
-    const DWORD digestSize;
-
-    // Takes length bytes, hashed now or queued for the worker; false with the last error set.
-    BOOL Add(const BYTE* data, DWORD length);
-    // Finishes the digest once (HP_HASHVAL) and copies it out; false with the last error set.
-    BOOL Value(BYTE* data, DWORD* length);
-
-private:
-    bool StartWorker();
-    void StopWorker();
-    void Work();
-
-    std::mutex lock_;
-    EVP_MD_CTX* const context_;  // the worker's alone while it hashes a block, the lock holder's otherwise
-    size_t inlineBytes_ = 0;
-    bool finished_ = false;  // HP_HASHVAL was read: the value is kept and no more data is taken
-    bool failed_ = false;    // the worker could not hash a block: the object takes nothing more
-    unsigned char value_[EVP_MAX_MD_SIZE] = {};
-    unsigned int valueLength_ = 0;
-
-    std::thread worker_;
-    bool workerRefused_ = false;  // no thread could be had: the caller's thread hashes everything
-    std::condition_variable workReady_;  // to the worker: a block came, or the object is going away
-    std::condition_variable roomMade_;   // to callers: the queue went down to its low mark, or ran dry
-    std::deque<std::vector<BYTE>> queue_;  // oldest first
-    std::vector<std::vector<BYTE>> spare_;  // the buffers of hashed blocks, for the next ones
-    size_t queuedBytes_ = 0;
-    bool busy_ = false;  // the worker hashes a block it took off the queue
-    bool stopping_ = false;
+    EVP_MD_CTX* context;
+    bool finished = false;  // HP_HASHVAL was read: the value is kept and no more data is taken
+    unsigned char value[EVP_MAX_MD_SIZE] = {};
+    unsigned int valueLength = 0;
 };
-
-bool CryptHash::StartWorker() {
-    // With a single processor the two threads would only take turns.
-    static const bool secondProcessor = std::thread::hardware_concurrency() > 1;
-    if (secondProcessor) {
-        try {
-            worker_ = std::thread([this] { Work(); });
-            return true;
-        } catch (const std::system_error&) {
-            // none to be had: the caller's thread hashes on alone
-        }
-    }
-    workerRefused_ = true;
-    return false;
-}
-
-void CryptHash::StopWorker() {
-    std::thread ending;
-    {
-        std::lock_guard guard(lock_);
-        stopping_ = true;
-        ending = std::move(worker_);  // taken under the lock, so that two callers never join it both
-    }
-    workReady_.notify_all();
-    if (ending.joinable()) ending.join();
-}
-
-void CryptHash::Work() {
-    std::unique_lock held(lock_);
-    for (;;) {
-        workReady_.wait(held, [this] { return !queue_.empty() || stopping_; });
-        // An object going away drops what it was given; one giving its value was drained before.
-        if (stopping_) return;
-        std::vector<BYTE> block = std::move(queue_.front());
-        queue_.pop_front();
-        queuedBytes_ -= block.size();
-        busy_ = true;
-        if (queuedBytes_ <= kQueuedBytesLow) roomMade_.notify_all();
-        held.unlock();
-        const bool hashed = EVP_DigestUpdate(context_, block.data(), block.size()) == 1;
-        held.lock();
-        busy_ = false;
-        if (!hashed) failed_ = true;
-        spare_.push_back(std::move(block));
-        if (queue_.empty()) roomMade_.notify_all();
-    }
-}
-
-BOOL CryptHash::Add(const BYTE* data, DWORD length) {
-    std::unique_lock held(lock_);
-    if (finished_) return Fail(NTE_BAD_HASH_STATE, FALSE);
-    if (failed_) return Fail(NTE_FAIL, FALSE);
-    if (length == 0) return TRUE;
-    if (!worker_.joinable() && (inlineBytes_ < kInlineBytes || workerRefused_ || !StartWorker())) {
-        inlineBytes_ += length;
-        if (EVP_DigestUpdate(context_, data, length) != 1) return Fail(NTE_FAIL, FALSE);
-        return TRUE;
-    }
-    if (queuedBytes_ >= kQueuedBytesHigh) {
-        roomMade_.wait(held, [this] { return queuedBytes_ <= kQueuedBytesLow; });
-        // Another thread may have read the value, or the worker failed, while this one waited.
-        if (finished_) return Fail(NTE_BAD_HASH_STATE, FALSE);
-        if (failed_) return Fail(NTE_FAIL, FALSE);
-    }
-    const bool wasEmpty = queue_.empty();
-    if (!wasEmpty && queue_.back().size() + length <= kGatheredBytes) {
-        // Not yet taken by the worker, which moves a block off the queue before it hashes it.
-        queue_.back().insert(queue_.back().end(), data, data + length);
-    } else {
-        std::vector<BYTE> block;
-        if (!spare_.empty()) {
-            block = std::move(spare_.back());
-            spare_.pop_back();
-        }
-        block.assign(data, data + length);
-        queue_.push_back(std::move(block));
-    }
-    queuedBytes_ += length;
-    held.unlock();
-    if (wasEmpty) workReady_.notify_one();  // the worker waits only for an empty queue
-    return TRUE;
-}
-
-BOOL CryptHash::Value(BYTE* data, DWORD* length) {
-    {
-        std::unique_lock held(lock_);
-        if (!finished_) {
-            roomMade_.wait(held, [this] { return queue_.empty() && !busy_; });
-            if (failed_) return Fail(NTE_FAIL, FALSE);
-            if (EVP_DigestFinal_ex(context_, value_, &valueLength_) != 1) return Fail(NTE_FAIL, FALSE);
-            finished_ = true;
-        }
-        std::memcpy(data, value_, valueLength_);
-        *length = valueLength_;
-    }
-    StopWorker();  // nothing more can come for it
-    return TRUE;
-}
 
 // The algorithms each provider type hashes, as the Microsoft base and AES providers do.
 const EVP_MD* DigestFor(DWORD providerType, ALG_ID algorithm) {
@@ -264,12 +114,18 @@ BOOL WINAPI CryptCreateHash(HCRYPTPROV provider, ALG_ID algorithm, HCRYPTKEY key
     return TRUE;
 }
 
+// Hashed on the caller's thread. A thread of the hash object's own, fed copies of the blocks, lets a
+// caller read the next block meanwhile, but that pays only where a processor stands idle: on a busy
+// machine the copies and the hand-offs between the two threads cost more than the reads they hide.
 BOOL WINAPI CryptHashData(HCRYPTHASH hash, const BYTE* data, DWORD length, DWORD flags) {
     auto object = LookupHandleAs<CryptHash>(AsHandle(hash));
     if (!object) return Fail(NTE_BAD_HASH, FALSE);
     if (flags != 0) return Fail(NTE_BAD_FLAGS, FALSE);
     if (data == nullptr && length != 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    return object->Add(data, length);
+    std::lock_guard guard(object->lock);
+    if (object->finished) return Fail(NTE_BAD_HASH_STATE, FALSE);
+    if (length != 0 && EVP_DigestUpdate(object->context, data, length) != 1) return Fail(NTE_FAIL, FALSE);
+    return TRUE;
 }
 
 BOOL WINAPI CryptGetHashParam(HCRYPTHASH hash, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
@@ -277,23 +133,29 @@ BOOL WINAPI CryptGetHashParam(HCRYPTHASH hash, DWORD param, BYTE* data, DWORD* l
     if (!object) return Fail(NTE_BAD_HASH, FALSE);
     if (length == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (flags != 0) return Fail(NTE_BAD_FLAGS, FALSE);
+    std::lock_guard guard(object->lock);
+    const DWORD size = static_cast<DWORD>(EVP_MD_CTX_get_size(object->context));
     switch (param) {
         case HP_ALGID: {
             const DWORD algorithm = object->algorithm;
             return CopyParam(&algorithm, sizeof algorithm, data, length);
         }
-        case HP_HASHSIZE: return CopyParam(&object->digestSize, sizeof object->digestSize, data, length);
+        case HP_HASHSIZE: return CopyParam(&size, sizeof size, data, length);
         case HP_HASHVAL:
             // Asking for the length, or offering too short a buffer, leaves the hash open as Windows does.
             if (data == nullptr) {
-                *length = object->digestSize;
+                *length = size;
                 return TRUE;
             }
-            if (*length < object->digestSize) {
-                *length = object->digestSize;
+            if (*length < size) {
+                *length = size;
                 return Fail(ERROR_MORE_DATA, FALSE);
             }
-            return object->Value(data, length);
+            if (!object->finished) {
+                if (EVP_DigestFinal_ex(object->context, object->value, &object->valueLength) != 1) return Fail(NTE_FAIL, FALSE);
+                object->finished = true;
+            }
+            return CopyParam(object->value, object->valueLength, data, length);
         default: return Fail(NTE_BAD_TYPE, FALSE);
     }
 }
