@@ -1,19 +1,20 @@
 // CFileFind over the platform's FindFirstFileW/FindNextFileW/FindClose.
-#include <algorithm>
-
 #include "../platform/api.h"
 #include "afx.h"
 
 BOOL CFileFind::FindFile(LPCTSTR name, DWORD /*unused*/) {
     Close();
-    const CString pattern = name != nullptr ? name : _T("*.*");
+    const LPCTSTR pattern = name != nullptr ? name : _T("*.*");
     HANDLE find = sys().FindFirstFileW(pattern, &m_next);
     if (find == INVALID_HANDLE_VALUE) return FALSE;
     m_context = find;
-    // The root is the pattern's folder part, so GetFilePath gives a path the caller can open again.
-    const int slash = std::max(pattern.ReverseFind(_T('\\')), pattern.ReverseFind(_T('/')));
-    if (slash >= 0) m_root = pattern.Left(slash);
-    else if (pattern.GetLength() >= 2 && pattern[1] == _T(':')) m_root = pattern.Left(2);
+    // The root is the pattern's folder part, so GetFilePath gives a path the caller can open again. It is
+    // cut straight from the caller's text: a lookup of one entry makes no other copy of its path.
+    const size_t length = WStrLen(pattern);
+    size_t folderEnd = length;
+    while (folderEnd > 0 && pattern[folderEnd - 1] != _T('\\') && pattern[folderEnd - 1] != _T('/')) --folderEnd;
+    if (folderEnd > 0) m_root = CString(pattern, static_cast<int>(folderEnd - 1));
+    else if (length >= 2 && pattern[1] == _T(':')) m_root = CString(pattern, 2);
     else m_root.Empty();
     return TRUE;
 }

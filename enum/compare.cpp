@@ -31,30 +31,34 @@ void ListTree(const CString& folder, OwnedList& list) {
 }
 
 // The part of a listed path after the compared folder's own text, compared exactly as the caller wrote
-// it; false for a path that does not start with it or adds nothing.
-bool RelativePath(const CString& listed, const CString& folder, CString& relative) {
-    if (listed.GetLength() <= folder.GetLength() || listed.Left(folder.GetLength()) != folder) return false;
-    relative = listed.Mid(folder.GetLength());
-    return true;
+// it; null for a path that does not start with it or adds nothing. A NUL inside the folder's text
+// matches no listed path, which ends at its first NUL.
+LPCWSTR RelativePart(LPCWSTR listed, const CString& folder) {
+    const LPCWSTR text = folder.GetString();
+    const int length = folder.GetLength();
+    for (int i = 0; i < length; ++i) {
+        if (listed[i] == 0 || listed[i] != text[i]) return nullptr;
+    }
+    return listed[length] != 0 ? listed + length : nullptr;
 }
 
 // The last-write time stamp of an entry, 0 when it cannot be read. A listed folder ends in a backslash,
 // which a search by name refuses, so the folder's own entry is asked for without it.
-__time64_t WrittenTime(const CString& path) {
-    CString entry = path;
-    if (entry.GetLength() > 1 && entry[entry.GetLength() - 1] == _T('\\')) entry = entry.Left(entry.GetLength() - 1);
+__time64_t WrittenTime(LPCWSTR path, size_t length) {
+    if (length > 1 && path[length - 1] == _T('\\')) --length;
     __time64_t written = 0;
-    GetFileDate(entry, nullptr, &written, nullptr);
+    GetFileDate(CString(path, static_cast<int>(length)), nullptr, &written, nullptr);
     return written;
 }
 
-DWORD Differences(const CString& pathA, const CString& pathB, int useHash) {
+// Each export below gets its own copy of a path, made straight into its argument.
+DWORD Differences(LPCWSTR pathA, const CString& pathB, int useHash) {
     const DWORD attributesB = sys().GetFileAttributesW(pathB);
     if (attributesB == INVALID_FILE_ATTRIBUTES) return OnlyInA;
 
     DWORD bits = 0;
-    const __time64_t writtenA = WrittenTime(pathA);
-    const __time64_t writtenB = WrittenTime(pathB);
+    const __time64_t writtenA = WrittenTime(pathA, WStrLen(pathA));
+    const __time64_t writtenB = WrittenTime(pathB, static_cast<size_t>(pathB.GetLength()));
     if (writtenA > writtenB) bits |= NewerInA;
     else if (writtenA < writtenB) bits |= NewerInB;
 
@@ -62,12 +66,18 @@ DWORD Differences(const CString& pathA, const CString& pathB, int useHash) {
     if ((attributesB & FILE_ATTRIBUTE_DIRECTORY) == 0) {
         ULONGLONG sizeA = 0;
         ULONGLONG sizeB = 0;
-        GetFileLength(CString(pathA), &sizeA);  // a size that cannot be read stays 0
-        GetFileLength(CString(pathB), &sizeB);
+        GetFileLength(pathA, &sizeA);  // a size that cannot be read stays 0
+        GetFileLength(pathB, &sizeB);
         if (sizeA != sizeB) bits |= SizeDiffers;
-        if (useHash == 1 && CompareFileHash(CString(pathA), CString(pathB), CALG_MD5) == 1) bits |= ContentDiffers;
+        if (useHash == 1 && CompareFileHash(pathA, pathB, CALG_MD5) == 1) bits |= ContentDiffers;
     }
     return bits;
+}
+
+// folder followed by relative, in a buffer that keeps its room from one entry to the next.
+void JoinInto(CString& joined, const CString& folder, LPCWSTR relative) {
+    joined = folder;
+    joined += relative;
 }
 
 }  // namespace
@@ -86,17 +96,20 @@ VELMORA_EXPORT void CompareFolder(CString folderA, CString folderB, FileListNode
         ListTree(folderB, listB);
 
         FileListNode* resultTail = pResultTail;
+        CString counterpart;
         while (UniqueListNode node{listA.TakeFront()}) {
-            CString relative;
-            if (!RelativePath(node->filePath, folderA, relative)) continue;
-            const DWORD bits = Differences(node->filePath, folderB + relative, useHash);
+            const LPCWSTR relative = RelativePart(node->filePath, folderA);
+            if (relative == nullptr) continue;
+            JoinInto(counterpart, folderB, relative);
+            const DWORD bits = Differences(node->filePath, counterpart, useHash);
             if (bits != 0) AppendNode(resultTail, relative, bits);
         }
         if (bothWays != 1) return;
         while (UniqueListNode node{listB.TakeFront()}) {
-            CString relative;
-            if (!RelativePath(node->filePath, folderB, relative)) continue;
-            if (sys().GetFileAttributesW(folderA + relative) == INVALID_FILE_ATTRIBUTES) AppendNode(resultTail, relative, OnlyInB);
+            const LPCWSTR relative = RelativePart(node->filePath, folderB);
+            if (relative == nullptr) continue;
+            JoinInto(counterpart, folderA, relative);
+            if (sys().GetFileAttributesW(counterpart) == INVALID_FILE_ATTRIBUTES) AppendNode(resultTail, relative, OnlyInB);
         }
     });
 }

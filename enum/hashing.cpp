@@ -1,6 +1,6 @@
 // File hashing: GetFileHash reads a file in 64 KiB blocks through CryptoAPI, CompareFileHash compares two.
 #include <cstring>
-#include <vector>
+#include <memory>
 
 #include "../platform/unique_handles.h"
 #include "enum_internal.h"
@@ -65,15 +65,16 @@ int HashFile(LPCWSTR path, BYTE* pHash, ALG_ID algId) {
     if (!sys().CryptCreateHash(provider.get(), algId, 0, 0, hash.put())) return 0;
     if (!DigestFits(hash.get())) return 0;
 
-    std::vector<BYTE> block(kReadBlockBytes);
+    // Left as allocated: it is zeroed before every read, the first one included.
+    const std::unique_ptr<BYTE[]> block(new BYTE[kReadBlockBytes]);
     ULONGLONG total = 0;
     bool complete = false;
     for (;;) {
-        std::memset(block.data(), 0, block.size());
+        std::memset(block.get(), 0, kReadBlockBytes);
         DWORD read = 0;
-        if (!sys().ReadFile(file.get(), block.data(), kReadBlockBytes, &read, nullptr)) break;
+        if (!sys().ReadFile(file.get(), block.get(), kReadBlockBytes, &read, nullptr)) break;
         total += read;
-        if (!sys().CryptHashData(hash.get(), block.data(), read, 0)) break;
+        if (!sys().CryptHashData(hash.get(), block.get(), read, 0)) break;
         // The end of the file before the size taken at the start, or more than that size: what was read is
         // not the file that was measured, so there is no digest to give. Windows keeps every writer out
         // while the file is open without sharing, but a host may not (another program appending to it, a

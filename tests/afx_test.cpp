@@ -124,4 +124,25 @@ TEST_F(FileFind, FindNextFileMakesTheFirstMatchCurrentAndReportsTheLast) {
     EXPECT_FALSE(find.FindFile(Win("logs\\*.txt")));
 }
 
+TEST_F(FileFind, FoundPathIsThePatternsFolderAndTheFoundName) {
+    WriteFile("logs/deep/a.log", "1");
+    const struct {
+        const char* pattern;
+        const char* root;
+        const char* path;
+    } cases[] = {
+        {"T:\\logs\\deep\\a.log", "T:\\logs\\deep", "T:\\logs\\deep\\a.log"},
+        {"T:\\logs\\deep\\*.*", "T:\\logs\\deep", "T:\\logs\\deep\\."},
+        {"T:/logs/deep/A.LOG", "T:/logs/deep", "T:/logs/deep\\a.log"},
+        {"T:\\logs/deep\\a.log", "T:\\logs/deep", "T:\\logs/deep\\a.log"},
+    };
+    for (const auto& c : cases) {
+        CFileFind find;
+        ASSERT_TRUE(find.FindFile(testing_support::W(c.pattern))) << c.pattern;
+        find.FindNextFile();
+        EXPECT_EQ(U(find.GetRoot()), c.root) << c.pattern;
+        EXPECT_EQ(U(find.GetFilePath()), c.path) << c.pattern;
+    }
+}
+
 }  // namespace

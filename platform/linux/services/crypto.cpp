@@ -2,6 +2,7 @@
 #include <openssl/evp.h>
 
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 #include "../core/internal.h"
@@ -10,6 +11,23 @@
 namespace vlx {
 
 namespace {
+
+// Each digest's implementation, looked up once for the process: given OpenSSL's own EVP_md5() and the
+// like, every hash object's start would look the implementation up again, which costs more than
+// hashing a small file.
+constexpr char kMd5[] = "MD5";
+constexpr char kSha1[] = "SHA1";
+constexpr char kSha256[] = "SHA256";
+constexpr char kSha384[] = "SHA384";
+constexpr char kSha512[] = "SHA512";
+struct FreeDigest {
+    void operator()(EVP_MD* digest) const { EVP_MD_free(digest); }
+};
+template <const char* Name>
+const EVP_MD* Fetched() {
+    static const std::unique_ptr<EVP_MD, FreeDigest> digest(EVP_MD_fetch(nullptr, Name, nullptr));
+    return digest.get();
+}
 
 class CryptProvider : public KernelObject {
 public:
@@ -35,11 +53,11 @@ public:
 // The algorithms each provider type hashes, as the Microsoft base and AES providers do.
 const EVP_MD* DigestFor(DWORD providerType, ALG_ID algorithm) {
     switch (algorithm) {
-        case CALG_MD5: return EVP_md5();
-        case CALG_SHA1: return EVP_sha1();
-        case CALG_SHA_256: return providerType == PROV_RSA_AES ? EVP_sha256() : nullptr;
-        case CALG_SHA_384: return providerType == PROV_RSA_AES ? EVP_sha384() : nullptr;
-        case CALG_SHA_512: return providerType == PROV_RSA_AES ? EVP_sha512() : nullptr;
+        case CALG_MD5: return Fetched<kMd5>();
+        case CALG_SHA1: return Fetched<kSha1>();
+        case CALG_SHA_256: return providerType == PROV_RSA_AES ? Fetched<kSha256>() : nullptr;
+        case CALG_SHA_384: return providerType == PROV_RSA_AES ? Fetched<kSha384>() : nullptr;
+        case CALG_SHA_512: return providerType == PROV_RSA_AES ? Fetched<kSha512>() : nullptr;
         default: return nullptr;
     }
 }
@@ -96,6 +114,9 @@ BOOL WINAPI CryptCreateHash(HCRYPTPROV provider, ALG_ID algorithm, HCRYPTKEY key
     return TRUE;
 }
 
+// Hashed on the caller's thread. A thread of the hash object's own, fed copies of the blocks, lets a
+// caller read the next block meanwhile, but that pays only where a processor stands idle: on a busy
+// machine the copies and the hand-offs between the two threads cost more than the reads they hide.
 BOOL WINAPI CryptHashData(HCRYPTHASH hash, const BYTE* data, DWORD length, DWORD flags) {
     auto object = LookupHandleAs<CryptHash>(AsHandle(hash));
     if (!object) return Fail(NTE_BAD_HASH, FALSE);
