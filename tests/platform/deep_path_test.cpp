@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "../support/host_fixture.h"
@@ -152,6 +154,38 @@ TEST_F(DeepPath, AHandleKeepsItsFolderAfterTheFolderIsLetGo) {
 
     for (int level = 30; level <= 400; level += 10) sys().DeleteFileW(W(Chain(level, "b") + "\\x.txt"));
     EXPECT_TRUE(RemoveChain(400, "b"));
+}
+
+TEST_F(DeepPath, ConcurrentThreadsReachTheirOwnDeepFoldersWhileAnotherMovesFolders) {
+    // Each thread builds, writes and reads its own chain while the held folders change under another
+    // chain being moved to and fro by the host.
+    ASSERT_TRUE(MakeChain(30, "m"));
+    std::atomic<bool> done{false};
+    std::thread mover([&] {
+        for (int i = 0; i < 200 && !done.load(); ++i) {
+            rename(HostChain(15, "m").c_str(), Host("parked").c_str());
+            rename(Host("parked").c_str(), HostChain(15, "m").c_str());
+        }
+    });
+    std::vector<std::thread> workers;
+    std::atomic<int> good{0};
+    for (int t = 0; t < 4; ++t) {
+        workers.emplace_back([&, t] {
+            const std::string name = "t" + std::to_string(t);
+            if (!MakeChain(30, name)) return;
+            for (int round = 0; round < 20; ++round) {
+                const std::string file = Chain(30, name) + "\\f" + std::to_string(round);
+                if (!Put(file, name) || Get(file) != name) return;
+                sys().GetFileAttributesW(W(Chain(30, "m")));  // through the folders being moved
+            }
+            good.fetch_add(1);
+        });
+    }
+    for (std::thread& worker : workers) worker.join();
+    done = true;
+    mover.join();
+    EXPECT_EQ(good.load(), 4);
+    EXPECT_NE(sys().GetFileAttributesW(W(Chain(30, "m"))), INVALID_FILE_ATTRIBUTES);
 }
 
 }  // namespace

@@ -138,18 +138,55 @@ int LockBytes(int fd, short type, off_t start, off_t count) {
     return fcntl(fd, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
 }
 
-// True when a description other than fd's holds the byte.
-bool HeldElsewhere(int fd, off_t byte) {
-    struct flock lock = LockRange(F_WRLCK, byte, 1);
+// True when a description other than fd's holds a byte of the range.
+bool HeldElsewhere(int fd, off_t start, off_t count) {
+    struct flock lock = LockRange(F_WRLCK, start, count);
     return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-bool StandsAgainstOthers(int fd, DWORD access, DWORD share) {
-    for (const ShareRight& right : kShareRights) {
-        if ((access & right.rights) && HeldElsewhere(fd, right.deniesByte)) return true;
-        if (!(share & right.shareFlag) && HeldElsewhere(fd, right.holdsByte)) return true;
+// A set of the share bytes, bit i standing for byte kShareBytes + i.
+using ShareByteSet = unsigned;
+ShareByteSet ByteBit(off_t byte) { return 1u << (byte - kShareBytes); }
+
+// Calls visit(start, count) for each run of adjacent bytes in the set, lowest first, while it returns
+// true: one lock call then covers a run, not a byte. False when visit stopped it.
+template <class Visit>
+bool ForEachRun(ShareByteSet bytes, Visit&& visit) {
+    for (off_t at = 0; at < kShareByteCount;) {
+        if (!(bytes & (1u << at))) {
+            ++at;
+            continue;
+        }
+        off_t end = at;
+        while (end < kShareByteCount && (bytes & (1u << end))) ++end;
+        if (!visit(kShareBytes + at, end - at)) return false;
+        at = end;
     }
-    return false;
+    return true;
+}
+
+// The bytes an open holds: one for each right it has, one for each right it denies others.
+ShareByteSet BytesHeldBy(DWORD access, DWORD share) {
+    ShareByteSet bytes = 0;
+    for (const ShareRight& right : kShareRights) {
+        if (access & right.rights) bytes |= ByteBit(right.holdsByte);
+        if (!(share & right.shareFlag)) bytes |= ByteBit(right.deniesByte);
+    }
+    return bytes;
+}
+
+// The bytes whose holder an open conflicts with: a denial of a right it wants, a right it denies.
+ShareByteSet BytesAgainst(DWORD access, DWORD share) {
+    ShareByteSet bytes = 0;
+    for (const ShareRight& right : kShareRights) {
+        if (access & right.rights) bytes |= ByteBit(right.deniesByte);
+        if (!(share & right.shareFlag)) bytes |= ByteBit(right.holdsByte);
+    }
+    return bytes;
+}
+
+bool StandsAgainstOthers(int fd, DWORD access, DWORD share) {
+    return !ForEachRun(BytesAgainst(access, share), [fd](off_t start, off_t count) { return !HeldElsewhere(fd, start, count); });
 }
 
 // A description that can carry read locks on the file open as fd: fd itself when it was opened for
@@ -186,17 +223,16 @@ bool TakeShareLocks(OpenRecord& record, int fd) {
     if (lockFd < 0) return true;
     record.lockFd = lockFd;
     record.ownsLockFd = owned;
-    for (const ShareRight& right : kShareRights) {
-        for (const off_t byte : {(record.access & right.rights) ? right.holdsByte : off_t(-1),
-                                 (record.share & right.shareFlag) ? off_t(-1) : right.deniesByte}) {
-            if (byte < 0) continue;
-            const int error = LockBytes(lockFd, F_RDLCK, byte, 1);
-            if (error == 0) continue;
-            ReleaseShareLocks(record);
-            // Another program's write lock on our bytes is a refusal; no locks on this file system is not.
-            if (error == EAGAIN || error == EACCES) return Fail(ERROR_SHARING_VIOLATION, false);
-            return true;
-        }
+    int error = 0;
+    ForEachRun(BytesHeldBy(record.access, record.share), [&](off_t start, off_t count) {
+        error = LockBytes(lockFd, F_RDLCK, start, count);
+        return error == 0;
+    });
+    if (error != 0) {
+        ReleaseShareLocks(record);
+        // Another program's write lock on our bytes is a refusal; no locks on this file system is not.
+        if (error == EAGAIN || error == EACCES) return Fail(ERROR_SHARING_VIOLATION, false);
+        return true;
     }
     if (StandsAgainstOthers(lockFd, record.access, record.share)) {
         ReleaseShareLocks(record);

@@ -38,6 +38,9 @@ public:
 
 private:
     bool registered_ = false;
+    // A regular file that had a size when opened (not one of the host's generated files, which read
+    // in pieces and report no size): a read that returns less than asked has reached the end.
+    bool shortReadIsEnd_;
 };
 
 }  // namespace vlx

@@ -16,7 +16,7 @@ namespace vlx {
 FileObject::FileObject(int fd_, std::string hostPath_, WString win32Path_, DWORD access_, DWORD share_, bool isFolder_,
                        bool deleteOnClose_, const struct stat& status)
     : fd(fd_), hostPath(std::move(hostPath_)), win32Path(std::move(win32Path_)), access(access_), isFolder(isFolder_),
-      deleteOnClose(deleteOnClose_) {
+      deleteOnClose(deleteOnClose_), shortReadIsEnd_(S_ISREG(status.st_mode) && status.st_size > 0) {
     record.device = status.st_dev;
     record.inode = status.st_ino;
     record.access = access_;
@@ -203,6 +203,8 @@ BOOL FileObject::Read(LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED ov
         }
         if (count == 0) break;
         done += static_cast<DWORD>(count);
+        // A file's short read is its end: asking again would only read nothing.
+        if (shortReadIsEnd_ && done < toRead) break;
     }
     if (read != nullptr) *read = done;
     if (done == 0 && overlapped != nullptr && toRead > 0) return Fail(ERROR_HANDLE_EOF, FALSE);
