@@ -288,8 +288,9 @@ private:
         for (;;) {
             while (!node->children.empty()) node = node->children.back();
             Node* parent = node->parent;
+            const bool last = node == top;
             Unlink(node);
-            if (node == top) return;
+            if (last) return;
             node = parent;
         }
     }
