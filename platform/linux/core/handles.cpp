@@ -165,28 +165,29 @@ bool ForEachRun(ShareByteSet bytes, Visit&& visit) {
     return true;
 }
 
-// The bytes an open holds: one for each right it has, one for each right it denies others.
-ShareByteSet BytesHeldBy(DWORD access, DWORD share) {
-    ShareByteSet bytes = 0;
+// The bytes an open holds (one for each right it has, one for each right it denies others), and the
+// bytes whose holders it conflicts with (a denial of a right it wants, a right it denies).
+struct ShareBytes {
+    ShareByteSet held = 0;
+    ShareByteSet against = 0;
+};
+ShareBytes ShareBytesOf(DWORD access, DWORD share) {
+    ShareBytes bytes;
     for (const ShareRight& right : kShareRights) {
-        if (access & right.rights) bytes |= ByteBit(right.holdsByte);
-        if (!(share & right.shareFlag)) bytes |= ByteBit(right.deniesByte);
-    }
-    return bytes;
-}
-
-// The bytes whose holder an open conflicts with: a denial of a right it wants, a right it denies.
-ShareByteSet BytesAgainst(DWORD access, DWORD share) {
-    ShareByteSet bytes = 0;
-    for (const ShareRight& right : kShareRights) {
-        if (access & right.rights) bytes |= ByteBit(right.deniesByte);
-        if (!(share & right.shareFlag)) bytes |= ByteBit(right.holdsByte);
+        if (access & right.rights) {
+            bytes.held |= ByteBit(right.holdsByte);
+            bytes.against |= ByteBit(right.deniesByte);
+        }
+        if (!(share & right.shareFlag)) {
+            bytes.held |= ByteBit(right.deniesByte);
+            bytes.against |= ByteBit(right.holdsByte);
+        }
     }
     return bytes;
 }
 
 bool StandsAgainstOthers(int fd, DWORD access, DWORD share) {
-    return !ForEachRun(BytesAgainst(access, share), [fd](off_t start, off_t count) { return !HeldElsewhere(fd, start, count); });
+    return !ForEachRun(ShareBytesOf(access, share).against, [fd](off_t start, off_t count) { return !HeldElsewhere(fd, start, count); });
 }
 
 // A description that can carry read locks on the file open as fd: fd itself when it was opened for
@@ -224,7 +225,7 @@ bool TakeShareLocks(OpenRecord& record, int fd) {
     record.lockFd = lockFd;
     record.ownsLockFd = owned;
     int error = 0;
-    ForEachRun(BytesHeldBy(record.access, record.share), [&](off_t start, off_t count) {
+    ForEachRun(ShareBytesOf(record.access, record.share).held, [&](off_t start, off_t count) {
         error = LockBytes(lockFd, F_RDLCK, start, count);
         return error == 0;
     });
